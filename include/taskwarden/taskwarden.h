@@ -1,0 +1,73 @@
+// Task Warden's entry points for a host program, callable from C and from any language that can
+// call C. Load the library, redirect its two outputs if you like, give one thread to
+// taskwarden_start(), and pause and resume it from any other thread with taskwarden_notify().
+//
+// Nothing here ends the host, raises a signal in it, or throws. Outputs never hold up the cycle
+// except by what the host's own sink does and by a standard output that does not drain.
+#ifndef TASKWARDEN_TASKWARDEN_H_
+#define TASKWARDEN_TASKWARDEN_H_
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "taskwarden/export.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// Runs the watchdog on the calling thread: scans the process file system, inspects every process
+// of pid 300 and above in slices of about 60 ms every 2000 ms, and reports what grew. Does not
+// return while there are processes to watch.
+//
+// Result: -1 when the process file system cannot be opened; another value, without further
+// meaning, when a scan leaves the table empty. Both are logged first. All state stays as it was;
+// a second call is not provided for. errno is unspecified afterwards.
+// Thread: one thread of the host's, for good. The library starts no thread of its own.
+TW_EXPORT int32_t taskwarden_start(void);
+
+// Requests a pause of the cycle (lowest bit of `pause` set) or withdraws it (clear). Only that bit
+// is looked at: 2 resumes. A pause takes effect at the end of the pass under way, after the rest
+// that follows it, and lasts until withdrawn; the next pass begins with a fresh scan.
+// Thread: any, at any time, also before taskwarden_start(). Not from a signal handler. Cannot fail.
+TW_EXPORT void taskwarden_notify(int pause);
+
+// The two outputs that a sink tells apart.
+enum {
+  TASKWARDEN_OUTPUT_REPORT = 0,  // progress, dumps, event explanations; `tag` is null
+  TASKWARDEN_OUTPUT_LOG = 1      // failures, all at error priority, under `tag` (may be null)
+};
+
+// Receives one text, exactly as formatted: `length` bytes followed by a NUL that is not counted.
+// The text is not always one line, does not always end in a line feed, and is not always UTF-8:
+// it quotes names that other programs chose. `tag` and `text` are the library's and are valid only
+// during the call. Calls never overlap. A sink must not throw, and must not call back into this
+// library.
+typedef void (*taskwarden_output_fn)(void* context, int output, const char* tag, const char* text,
+                                     size_t length);
+
+// Sends both outputs to `sink`, which is given `context` (owned by the host) at every call. A null
+// sink restores the default: reports to standard output as they are, log lines to standard error
+// as "E/tag: text" ("E/: text" without a tag) with a final line feed added where there is none.
+// When the call returns, the previous sink is not running and will not be called again.
+// Thread: any, at any time, but not from inside a sink. Cannot fail.
+TW_EXPORT void taskwarden_set_output(taskwarden_output_fn sink, void* context);
+
+// Watches the process file system mounted at `directory` instead of /proc: a container that has
+// the machine's own mounted elsewhere. The path is copied; give it absolute and without a trailing
+// slash. It is at most 127 bytes long.
+//
+// Result: 0, or -1 with errno EINVAL (null or empty) or ENAMETOOLONG, the root unchanged. Whether
+// the directory exists is not looked at: taskwarden_start() says so.
+// Thread: any one, before taskwarden_start() and before any reader is called.
+TW_EXPORT int taskwarden_set_proc_root(const char* directory);
+
+#ifdef __cplusplus
+}
+
+// Whether taskwarden_start() found itself running as the super-user (uid 0) or the shell user
+// (uid 2000). False before it was called. Thread: any; settled once the cycle has begun.
+TW_EXPORT bool is_standalone();
+#endif
+
+#endif  // TASKWARDEN_TASKWARDEN_H_
