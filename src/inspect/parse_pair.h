@@ -1,0 +1,20 @@
+// Lines of the form "Key:   value unit", as several process files have them.
+#ifndef INSPECT_PARSE_PAIR_H_
+#define INSPECT_PARSE_PAIR_H_
+
+#include <cstring>
+#include <string_view>
+
+// Finds the value: what follows the first colon and the spaces and tabs behind it. Returns its
+// position in `line` and cuts it there, in place, at its first blank or line end (those from the
+// value's start on become NUL). A line feed counts as a value's first byte, so "Key:\n" has an
+// empty one. Returns -1, the line unchanged and logged, when there is no colon or nothing at all
+// after it.
+int parse_pair(char* line);
+
+// Whether `line` begins with exactly the bytes of `key`.
+inline bool line_has_key(const char* line, std::string_view key) {
+  return strncmp(line, key.data(), key.size()) == 0;
+}
+
+#endif  // INSPECT_PARSE_PAIR_H_

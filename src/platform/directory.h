@@ -1,0 +1,40 @@
+// Reads a directory entry by entry through a fixed buffer: no allocation, entries in the order the
+// kernel gives them. Owns its descriptor (close-on-exec).
+#ifndef PLATFORM_DIRECTORY_H_
+#define PLATFORM_DIRECTORY_H_
+
+#include <dirent.h>
+
+#include <cstddef>
+
+#include "platform/unique_fd.h"
+
+struct tw_dirent {
+  const char* name;    // NUL-terminated, valid until the next call
+  unsigned char type;  // DT_DIR, DT_LNK and so on; never DT_UNKNOWN for an entry that still exists
+};
+
+class Directory {
+ public:
+  // Opens `path`; ok() tells whether that succeeded, and errno why not.
+  explicit Directory(const char* path);
+
+  bool ok() const { return fd_.ok(); }
+  int fd() const { return fd_.get(); }
+
+  // The next entry, or false at the end. An error while reading (the process of a /proc directory
+  // has gone) ends the directory.
+  bool next(tw_dirent* entry);
+
+ private:
+  unique_fd fd_;
+  size_t position_ = 0;
+  size_t filled_ = 0;
+  alignas(8) char buffer_[8192];
+};
+
+// The type of the entry `name` in the directory open at `directory_fd`, for file systems that list
+// entries without one (readdir(3)): `type` itself unless it is DT_UNKNOWN.
+unsigned char tw_entry_type(int directory_fd, const char* name, unsigned char type);
+
+#endif  // PLATFORM_DIRECTORY_H_

@@ -1,0 +1,18 @@
+// The platform's client side of local sockets. Here it never waits longer than a bound, so that a
+// service which accepts nothing cannot hold up its client.
+#ifndef PLATFORM_LOCAL_SOCKET_H_
+#define PLATFORM_LOCAL_SOCKET_H_
+
+enum { ANDROID_SOCKET_NAMESPACE_ABSTRACT = 0 };
+
+// The longest that one connection may take, and the longest that a send on it may then wait
+// (SO_SNDTIMEO), in milliseconds; together they stay under 100.
+inline constexpr int TW_SOCKET_WAIT_MS = 45;
+
+// Connects to the socket `name` in the abstract namespace (the only `namespace_id` there is) with
+// the given `type`, such as SOCK_STREAM. Returns the connected descriptor, close-on-exec, owned by
+// the caller; or -1 with errno: ECONNREFUSED when nobody listens, EAGAIN when the listener's queue
+// stayed full, ENAMETOOLONG.
+int socket_local_client(const char* name, int namespace_id, int type);
+
+#endif  // PLATFORM_LOCAL_SOCKET_H_

@@ -1,0 +1,138 @@
+#include "proctable/inspection.h"
+
+#include <string.h>
+#include <unistd.h>
+
+#include "audit/entry_blocks.h"
+#include "audit/event_ids.h"
+#include "audit/poll.h"
+#include "inspect/open_files.h"
+#include "inspect/status.h"
+#include "interest/interest_list.h"
+#include "platform/clock.h"
+#include "platform/proc_root.h"
+#include "proctable/zygote.h"
+#include "report/log.h"
+
+namespace {
+
+bool is_alive(const tw_process_entry& entry) {
+  char path[TW_PATH_SIZE];
+  tw_proc_path(path, "/%d", static_cast<int>(entry.pid));
+  return ::access(path, F_OK) == 0;
+}
+
+void unlink_entry(tw_process_list* list, tw_process_entry* entry) {
+  if (list->head == entry) {
+    list->head = entry->next;
+  } else {
+    entry->prev->next = entry->next;
+    if (entry->next != nullptr) {
+      entry->next->prev = entry->prev;
+    }
+  }
+  --list->count;
+  entry->next = nullptr;
+  entry->prev = nullptr;
+}
+
+// The handler sees the process as it last was, outside the table, before the slot is free.
+void retire(tw_process_list* list, tw_process_entry* entry) {
+  unlink_entry(list, entry);
+  tw_event_poll_proc2exit(entry, Event_ProcExited);
+  *entry = {};
+}
+
+bool is_dummy_name(const char* name) {
+  return strncmp(name, "<dummy", 6) == 0;
+}
+
+// The slot's process goes by another name than `previous`, the slot as it was before this visit,
+// which takes the blocks with it.
+void begin_identity(tw_process_entry* entry, tw_process_entry* previous, int64_t now) {
+  if (previous->desc.name[0] != '\0' && !is_dummy_name(previous->desc.name)) {
+    tw_event_poll_proc2exit(previous, Event_ProcRenamed);
+  }
+  // A slot polled under its dummy name may have blocks too, and no event goes out for it.
+  tw_release_entry_blocks(previous);
+  entry->identity_time = now;
+  entry->baseline_taken = false;
+  entry->interested = is_interest(entry->desc.name);
+  entry->divisions_block = nullptr;
+  entry->files_counter_block = nullptr;
+  entry->threads_counter_block = nullptr;
+}
+
+void poll_if_watched(tw_process_list* list, tw_process_entry* entry, int64_t now) {
+  entry->inspected_time = now;
+  if (!entry->baseline_taken) {
+    const uint64_t age = static_cast<uint64_t>(now) - static_cast<uint64_t>(entry->identity_time);
+    if (age < TW_BASELINE_DELAY_S) {
+      return;
+    }
+    entry->baseline = entry->desc;
+    entry->baseline_taken = true;
+  }
+  tw_event_poll_process_entry(list, entry);
+}
+
+void inspect(tw_process_list* list, tw_process_entry* entry) {
+  constexpr int32_t kKthreadd = 2;
+  constexpr int32_t kInit = 1;
+  const int pid = static_cast<int>(entry->pid);
+  const int64_t now = tw_clock_seconds();
+  tw_process_entry previous = *entry;
+  tw_process_check_status(pid, &entry->desc);
+  if (entry->desc.ppid == kKthreadd) {
+    ++list->kthread_count;
+    return;
+  }
+  if (is_runtime_proc(entry->desc.ppid)) {
+    ++list->runtime_count;
+  } else if (entry->desc.ppid == kInit) {
+    ++list->native_count;
+  }
+  tw_process_check_openfiles(pid, &entry->desc, nullptr);
+  if (strcmp(entry->desc.name, previous.desc.name) != 0) {
+    begin_identity(entry, &previous, now);
+  }
+  poll_if_watched(list, entry, now);
+}
+
+void finish_pass(tw_process_list* list) {
+  if (list->remaining != 0) {
+    TW_LOG(TW_TAG_STATS, ">> something goes wrong in past iterations (%u)!!\n\n", list->remaining);
+    return;
+  }
+  tw_event_poll_process_list(list);
+}
+
+}  // namespace
+
+int32_t tw_process_list_iterate(tw_process_list* list, tw_process_entry* start, int32_t budget_ms,
+                                tw_process_entry** cursor) {
+  const timeval slice_start = tw_clock_now();
+  uint32_t visited = 0;
+  int32_t spent = 0;
+  tw_process_entry* entry = start;
+  while (entry != nullptr) {
+    tw_process_entry* next = entry->next;
+    *cursor = next;
+    ++visited;
+    if (!is_alive(*entry)) {
+      retire(list, entry);
+    } else {
+      inspect(list, entry);
+      spent = tw_elapsed_ms(slice_start, tw_clock_now());
+      if (spent >= budget_ms) {
+        break;
+      }
+    }
+    entry = next;
+  }
+  list->remaining -= visited;
+  if (*cursor == nullptr) {
+    finish_pass(list);
+  }
+  return spent;
+}

@@ -1,0 +1,71 @@
+#include "proctable/scan.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "platform/clock.h"
+#include "platform/directory.h"
+#include "platform/proc_root.h"
+#include "proctable/storage.h"
+#include "report/log.h"
+
+namespace {
+
+void link_at_head(tw_process_list* list, uint32_t pid) {
+  tw_process_entry* entry = &list->entries[pid];
+  if (list->head != nullptr) {
+    entry->next = list->head;
+    list->head->prev = entry;
+  }
+  list->head = entry;
+  ++list->count;
+  entry->pid = pid;
+  snprintf(entry->desc.name, sizeof(entry->desc.name), "<dummy %u>", pid);
+}
+
+void log_beyond_slots(long pid) {
+  static bool logged = false;
+  if (!logged) {
+    logged = true;
+    TW_LOG(TW_TAG_STATS, ">> no slot for pid %ld, pids of %u and above are not watched!!\n", pid,
+           tw_process_slots());
+  }
+}
+
+}  // namespace
+
+int32_t tw_process_list_refresh(tw_process_list* list) {
+  const timeval start = tw_clock_now();
+  Directory directory(tw_proc_root());
+  if (!directory.ok()) {
+    TW_LOG(TW_TAG_STATS, ">> failed to open \"proc\": %s\n", strerror(errno));
+    return -1;
+  }
+  tw_dirent found;
+  while (directory.next(&found)) {
+    if (found.type != DT_DIR || found.name[0] < '0' || found.name[0] > '9') {
+      continue;
+    }
+    const long pid = strtol(found.name, nullptr, 10);
+    if (pid < TW_FIRST_TRACKED_PID) {
+      continue;
+    }
+    if (static_cast<unsigned long>(pid) >= tw_process_slots()) {
+      log_beyond_slots(pid);
+      continue;
+    }
+    if (list->entries[pid].pid == 0) {
+      link_at_head(list, static_cast<uint32_t>(pid));
+    }
+  }
+  list->native_count = 0;
+  list->runtime_count = 0;
+  list->kthread_count = 0;
+  list->remaining = list->count;
+  // A clock that was set back meanwhile must not look like a failure.
+  return std::max(0, tw_elapsed_ms(start, tw_clock_now()));
+}
