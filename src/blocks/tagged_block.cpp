@@ -34,8 +34,10 @@ tw_alloc_hdr* tw_release(void* block) {
   wiped->data = nullptr;
   wiped->magic = 0;
   wiped->self = nullptr;
+  // As a number: the pointer itself means nothing once the memory is gone.
+  const auto address = reinterpret_cast<uintptr_t>(header);
   free(header);
-  return header;
+  return reinterpret_cast<tw_alloc_hdr*>(address);
 }
 
 // Looking at a header that may be foreign or freed is this function's purpose, so the address
