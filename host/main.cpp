@@ -1,0 +1,141 @@
+// The `taskwarden` program: the command line.
+#include <fcntl.h>
+#include <signal.h>
+
+#include <CLI/CLI.hpp>
+#include <exception>
+
+#include "host/listen_command.h"
+#include "host/output.h"
+#include "host/until_signal.h"
+#include "host/watch_command.h"
+#include "platform/unique_fd.h"
+
+namespace {
+
+constexpr int kWrongUsage = 2;
+// What the library takes of the property (91 bytes and a NUL, as on Android), and of a path.
+constexpr size_t kInterestMax = 91;
+constexpr size_t kProcRootMax = 127;
+
+constexpr char kAbout[] =
+    "Task Warden watches the memory, threads and open files of processes, and explains what grew.";
+
+constexpr char kFooter[] =
+    "Exit status: 0 when ended as asked, 1 on failure, 2 on wrong usage.\n"
+    "\"taskwarden COMMAND --help\" tells the whole of a command.";
+
+constexpr char kWatchFooter[] =
+    R"(Every 2 seconds a slice of all processes of pid 300 and above is inspected. What grew, by how
+much and in which threads, files or memory areas goes to standard output; failures go to standard
+error as "E/tag: text". Run it as root to see the processes of other users whole.
+
+The most important events are also sent as records to the abstract socket taskwarden_native_socket.
+Unless another process answers it already, this one does, and prints each record on a line of
+standard output: "record: " and its text, unprintable bytes as \xNN and the backslash doubled.
+
+Signals:
+  SIGUSR1          pause at the end of the pass under way
+  SIGUSR2          resume
+  SIGINT, SIGTERM  end at once, with status 0
+
+Exit status: 0 when ended by a signal, 1 when there is nothing to watch or the process file system
+cannot be opened, 2 on wrong usage. A closed pipe ends the program as it does any filter.
+
+Example: taskwarden watch --interest surfaceflinger 2>errors.log | grep -A 20 Event_)";
+
+constexpr char kListenFooter[] =
+    R"(A record is "pid@@value@@event@@process name@@detail" and a NUL, on a connection of its own;
+the value is in kB or a count. As text it is printed as it came, unprintable bytes as \xNN and the
+backslash doubled. What is not a record is refused on standard error, with the reason and the
+sender. Anyone in the same network namespace may send.
+
+With --json each line is one object:
+  time                    of arrival, UTC, ISO 8601 with milliseconds
+  pid, value              whom the event is about, and the number that raised it
+  event, name, detail     text; bytes that are not UTF-8 become U+FFFD
+  sender_uid, sender_pid  who sent it, as the kernel tells
+
+Exit status: 0 after N records or when ended by SIGINT or SIGTERM, 1 when another process has the
+name or standard output fails, 2 on wrong usage.
+
+Example: taskwarden listen --json | jq 'select(.event == "Event_ThreadAmount")')";
+
+// A standard descriptor that comes closed would be taken by the next thing opened, and be written
+// to in its place.
+void hold_standard_descriptors() {
+  for (int fd = 0; fd <= 2; ++fd) {
+    if (::fcntl(fd, F_GETFD) < 0) {
+      static_cast<void>(unique_fd(::open("/dev/null", O_RDWR)).release());
+    }
+  }
+}
+
+// The check of an option's value of 1 to `most` bytes.
+CLI::Validator bytes_up_to(size_t most) {
+  const auto check = [most](const std::string& text) {
+    const bool fits = !text.empty() && text.size() <= most;
+    return fits ? std::string() : "must be 1 to " + std::to_string(most) + " bytes long";
+  };
+  return CLI::Validator(check, "");
+}
+
+int run(int argc, char** argv) {
+  CLI::App app(kAbout, "taskwarden");
+  app.set_version_flag("--version", "taskwarden " TASKWARDEN_VERSION);
+  app.require_subcommand(1);
+  app.footer(kFooter);
+
+  host::WatchOptions watch;
+  CLI::App* const watch_command = app.add_subcommand("watch", "Watch until told to stop");
+  watch_command->footer(kWatchFooter);
+  watch_command
+      ->add_option("--interest", watch.interest,
+                   "Also read the memory areas of processes whose\n"
+                   "\"name#pid\" contains TEXT, of at most 91 bytes; one that\n"
+                   "begins with 0 means none. Overrides the environment's\n"
+                   "TW_STATS_INTEREST")
+      ->option_text("TEXT")
+      ->check(bytes_up_to(kInterestMax));
+  watch_command
+      ->add_option("--proc-root", watch.proc_root,
+                   "Watch the process file system at DIR, not /proc")
+      ->option_text("DIR")
+      ->check(bytes_up_to(kProcRootMax));
+  watch_command->add_flag("--no-service", watch.no_service, "Leave the record socket to others");
+
+  host::ListenOptions listen;
+  CLI::App* const listen_command =
+      app.add_subcommand("listen", "Print the records that watchdogs send");
+  listen_command->footer(kListenFooter);
+  listen_command
+      ->add_option("NAME", listen.name,
+                   "Abstract socket to bind instead of\ntaskwarden_native_socket")
+      ->option_text(" ")
+      ->check(bytes_up_to(host::kSocketNameMax));
+  listen_command->add_flag("--json", listen.json, "Print objects instead of text");
+  listen_command->add_option("--count", listen.count, "End after N records")
+      ->option_text("N")
+      ->check(CLI::Range(1U, UINT32_MAX));
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : kWrongUsage;
+  }
+  return watch_command->parsed() ? host::run_watch(watch) : host::run_listen(listen);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  hold_standard_descriptors();
+  ::signal(SIGPIPE, SIG_DFL);
+  host::block_signals();
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    host::say(error.what());
+    return 1;
+  }
+}

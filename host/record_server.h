@@ -1,0 +1,75 @@
+// The receiving end of the record socket: one thread, one poll loop, many connections, so that no
+// client can hold up another by what it sends or leaves unsent.
+#ifndef HOST_RECORD_SERVER_H_
+#define HOST_RECORD_SERVER_H_
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/record.h"
+#include "platform/unique_fd.h"
+
+namespace host {
+
+// The socket on which watchdogs send their records, in the abstract namespace of AF_UNIX.
+inline constexpr char kRecordSocket[] = "taskwarden_native_socket";
+// The longest abstract name there is, in bytes (unix(7)).
+inline constexpr size_t kSocketNameMax = 107;
+
+// A listening socket of the abstract name `name`, close-on-exec and non-blocking. Not ok() on
+// failure, with errno: EADDRINUSE when another process has the name, ENAMETOOLONG.
+unique_fd listen_on(std::string_view name);
+
+class RecordServer {
+ public:
+  // Given each record with its text as it came, NUL excluded. False ends run().
+  using RecordFn = std::function<bool(const Record&, std::string_view text, const Sender&)>;
+  // Given one line, without a line feed, for whatever is refused.
+  using RefusalFn = std::function<void(const std::string& line)>;
+
+  struct Limits {
+    size_t connections = 64;                   // at most so many at once; the oldest gives way
+    std::chrono::milliseconds patience{5000};  // from a connection's beginning to its end
+  };
+
+  // `listener` is a non-blocking listening socket, as of listen_on().
+  RecordServer(unique_fd listener, Limits limits, RecordFn on_record, RefusalFn on_refusal);
+
+  // Serves until `on_record` returns false (result true), or the connections can no longer be
+  // waited for (false, once `on_refusal` has been told). Calls both on the calling thread.
+  bool run();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Connection {
+    unique_fd fd;  // not ok: to be forgotten
+    Sender sender;
+    Clock::time_point deadline;
+    std::string text{};      // what has come of the record
+    bool delivered = false;  // the record is done; what is awaited is the end
+  };
+
+  void accept_one(Clock::time_point now);
+  void receive(Connection& connection);
+  void deliver(Connection& connection);
+  void drop(Connection& connection, std::string_view why);
+  void refuse(Connection& connection, std::string_view why);
+
+  const unique_fd listener_;
+  const Limits limits_;
+  const RecordFn on_record_;
+  const RefusalFn on_refusal_;
+  std::vector<Connection> connections_;  // the oldest first
+  Clock::time_point accept_from_{};      // no connection is taken before
+  bool accept_failing_ = false;
+  bool ended_ = false;
+};
+
+}  // namespace host
+
+#endif  // HOST_RECORD_SERVER_H_

@@ -1,0 +1,71 @@
+# shellcheck shell=bash
+# What scripts/run, scripts/test and .ci/run share. Sourced, never run; changes no directory.
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+say() { printf '%s\n' "$*" >&2; }
+
+# The names given that are not installed as Debian packages, one a line; all of them where there
+# is no dpkg.
+missing_packages() {
+  local package status
+  for package in "$@"; do
+    status=$(dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null) || status=
+    [[ $status == ii* ]] || printf '%s\n' "$package"
+  done
+}
+
+# Whether what we use of a package is there all the same: a command, or a header that the compiler
+# finds. For machines where Debian's packages are not to be had.
+provided() {
+  case $1 in
+    *.h | *.hpp) "${CXX:-c++}" -x c++ -fsyntax-only - <<<"#include <$1>" 2>/dev/null ;;
+    *) command -v "$1" >/dev/null ;;
+  esac
+}
+
+# need PACKAGE=USE...: sees to it that every PACKAGE is installed. Where it cannot install, it goes
+# on if each USE (see provided) is there, and otherwise ends the script, naming what is not.
+need() {
+  local uses=("$@") missing use sudo=() lacking=()
+  mapfile -t missing < <(missing_packages "${uses[@]%%=*}")
+  ((${#missing[@]})) || return 0
+
+  ((EUID == 0)) || sudo=(sudo)
+  if command -v apt-get >/dev/null && { ((EUID == 0)) || command -v sudo >/dev/null; }; then
+    say "Installing: ${missing[*]}"
+    # A stale source of packages that are not ours is no reason to stop: the installation tells.
+    "${sudo[@]}" apt-get -q update >&2 || say "apt-get update failed; trying the lists at hand"
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
+      apt-get -q install -y --no-install-recommends "${missing[@]}" >&2
+    return
+  fi
+
+  for use in "${uses[@]}"; do
+    provided "${use#*=}" || lacking+=("${use#*=} (on Debian: ${use%%=*})")
+  done
+  ((${#lacking[@]})) || return 0
+  say "Cannot install packages here. Please install these, then try again:"
+  printf '  %s\n' "${lacking[@]}" >&2
+  exit 1
+}
+
+# What building takes, along with any further PACKAGE=USE given.
+need_to_build() {
+  need g++=c++ cmake=cmake ninja-build=ninja libcli11-dev=CLI/CLI.hpp \
+    nlohmann-json3-dev=nlohmann/json.hpp "$@"
+}
+
+need_to_test() {
+  need_to_build libgtest-dev=gtest/gtest.h binutils=readelf
+}
+
+# configured PRESET [TESTS]: whether the preset's build folder can be built as it is, with
+# TASKWARDEN_TESTS at the given value if there is one. Changes to a CMakeLists.txt are ninja's
+# business; it knows nothing of the presets.
+configured() {
+  local folder=$root/build/$1
+  [[ -f $folder/build.ninja && -f $folder/CMakeCache.txt ]] &&
+    [[ ! $root/CMakePresets.json -nt $folder/build.ninja ]] &&
+    { [[ -z ${2-} ]] || grep -q "^TASKWARDEN_TESTS:BOOL=$2\$" "$folder/CMakeCache.txt"; }
+}

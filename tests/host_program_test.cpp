@@ -1,0 +1,117 @@
+// The program itself, as a user runs it.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <cstdio>
+
+#include "host/record_server.h"
+#include "platform/local_socket.h"
+#include "support/made_tree.h"
+#include "support/own_network.h"
+
+namespace {
+
+const std::string kSocket = "taskwarden_test." + std::to_string(getpid());
+
+// A running `taskwarden`, both of its outputs in one pipe.
+class Program {
+ public:
+  explicit Program(const std::string& arguments)
+      : output_(popen(("echo $$; exec env TSAN_OPTIONS=atexit_sleep_ms=0 " TASKWARDEN_PROGRAM " " +
+                       arguments + " 2>&1")
+                          .c_str(),
+                      "re")),
+        pid_(std::stoi(until("\n"))) {}
+  ~Program() {
+    if (output_ != nullptr) {
+      kill(pid_, SIGKILL);
+      end();
+    }
+  }
+  pid_t pid() const { return pid_; }
+  // Reads its output up to and including `text`, or to the end, and returns what it read.
+  std::string until(const std::string& text) {
+    std::string said;
+    for (int c = 0; !said.ends_with(text) && (c = getc(output_)) != EOF;) {
+      said += static_cast<char>(c);
+    }
+    return said;
+  }
+  void lose_reader() { dup2(unique_fd(open("/dev/null", O_RDONLY)).get(), fileno(output_)); }
+  // Its status as of waitpid(2), once it has ended.
+  int end() { return pclose(std::exchange(output_, nullptr)); }
+
+ private:
+  FILE* output_;
+  const pid_t pid_;
+};
+
+void send_record(const std::string& socket, const std::string& text) {
+  unique_fd fd;
+  while (!fd.ok()) {
+    fd.reset(socket_local_client(socket.c_str(), ANDROID_SOCKET_NAMESPACE_ABSTRACT, SOCK_STREAM));
+  }
+  EXPECT_EQ(send(fd.get(), text.c_str(), text.size() + 1, 0), ssize_t(text.size() + 1));
+}
+
+// Whatever it is about, the next rest is longer than what the end may take.
+TEST(HostProgram, PausesResumesAndEndsAtOnce) {
+  for (const int number : {SIGTERM, SIGINT}) {
+    Program program("watch --no-service");
+    program.until("Start the Task Warden\n");
+    kill(program.pid(), SIGUSR1);
+    EXPECT_TRUE(program.until("-> taskwarden is paused...\n").ends_with("paused...\n"));
+    kill(program.pid(), SIGUSR2);
+    EXPECT_TRUE(program.until("continues to run\n").ends_with("run\n"));
+    const auto begin = std::chrono::steady_clock::now();
+    kill(program.pid(), number);
+    EXPECT_EQ(program.end(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+  }
+}
+
+TEST(HostProgram, SaysWhyItEnds) {
+  const MadeTree empty;
+  const std::string root = empty.root();
+  const unique_fd taken = host::listen_on(kSocket);
+  const std::tuple<std::string, int, const char*> rows[] = {
+      {"watch --no-service --proc-root " + root, 1, "only processes of pid 300 and above"},
+      {"watch --no-service --proc-root " + root + "/none", 1, "cannot be opened"},
+      {"watch --proc-root " + std::string(128, 'd'), 2, "--proc-root"},
+      {"watch --interest " + std::string(92, 'i'), 2, "91 bytes"},
+      {"listen " + kSocket, 1, "another process already has this name"},
+      {"listen --count 0 other", 2, "--count"},
+      {"", 2, "subcommand"},
+  };
+  for (const auto& [arguments, status, text] : rows) {
+    Program program(arguments);
+    EXPECT_NE(program.until("\xff").find(text), std::string::npos) << arguments;
+    EXPECT_EQ(WEXITSTATUS(program.end()), status) << arguments;
+  }
+}
+
+TEST(HostProgram, ListenPrintsAnObjectAndEnds) {
+  Program program("listen --json --count 1 " + kSocket);
+  send_record(kSocket, "7@@8@@Event_VssHeap@@x\n@@y\xff#7@@");
+  const std::string line = program.until("\n");
+  EXPECT_NE(line.find(R"("name":"x\n@@y\ufffd#7")"), std::string::npos) << line;
+  EXPECT_NE(line.find("\"sender_pid\":" + std::to_string(getpid())), std::string::npos) << line;
+  EXPECT_EQ(program.end(), 0);
+}
+
+TEST(HostProgram, WatchPrintsRecordsAndEndsWithItsReader) {
+  own_network();
+  Program program("watch");
+  send_record(host::kRecordSocket, "7@@8@@Event_VssHeap@@\x1b\\@@");
+  const std::string line = "record: 7@@8@@Event_VssHeap@@\\x1B\\\\@@\n";
+  EXPECT_TRUE(program.until(line).ends_with(line));
+  program.lose_reader();
+  kill(program.pid(), SIGUSR1);
+  EXPECT_EQ(WTERMSIG(program.end()), SIGPIPE);
+}
+
+}  // namespace

@@ -1,0 +1,155 @@
+// Real processes grow, rename themselves and go, and the table follows them through the machine's
+// own process file system. The cycle's work is done by hand.
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <regex>
+
+#include "audit/audit_event_manager.h"
+#include "interest/interest_list.h"
+#include "proctable/inspection.h"
+#include "proctable/scan.h"
+#include "support/captured_output.h"
+#include "support/child.h"
+#include "support/fake_clock.h"
+#include "support/fresh_table.h"
+#include "support/made_tree.h"
+#include "support/record_listener.h"
+
+using Slot = tw_process_entry;
+
+// Hears the events of one process after the handler: id and name, and a plus if threads are kept.
+struct Ears : AuditEventListener {
+  Ears() { AuditEventManager::getInstance()->addListener(AUDIT_SOURCE_PROCENTRY, this); }
+  bool onEventIncoming(AuditEvent* event) override {
+    const auto& slot = *static_cast<Slot*>(event->data);
+    const char* kept = slot.threads_counter_block != nullptr ? "+ " : " ";
+    if (slot.pid == pid) heard += std::to_string(event->id) + slot.desc.name + kept;
+    return true;
+  }
+  uint32_t pid = 0;
+  std::string heard;
+};
+
+TEST(Live, GrowthNewNamesAndTheEnd) {
+  interest_builtin_add("it_b");
+  tw_process_list* list = fresh_table();
+  FakeClock clock;
+  CapturedOutput out;
+  RecordListener records;
+  Child child("a");
+  const int pid = child.pid();
+  const Slot& slot = list->entries[pid];
+  static Ears ears;
+  ears.pid = static_cast<uint32_t>(pid);
+  ears.heard.clear();
+  // P stands for the pid, = for the two lines above an event's name.
+  const auto plain = [pid](const std::string& text) {
+    const std::regex own("\\b" + std::to_string(pid) + "\\b");
+    return std::regex_replace(std::regex_replace(text, own, "P"), std::regex("\n-{55}\n"), "=");
+  };
+  // A scan and a slice of one live process, 3 s after the last ones, report what is `told`.
+  const auto after = [&](const std::vector<const char*>& commands, const std::string& told = "") {
+    for (const char* command : commands) child.command(command);
+    clock.advance_ms(3000);
+    tw_process_list_refresh(list);
+    tw_process_entry* cursor = nullptr;
+    tw_process_list_iterate(list, &list->entries[pid], 0, &cursor);
+    EXPECT_EQ(plain(out.report()), plain(told));
+  };
+  after({"threads Thread- 9", "pipes 2", "sockets 3", "files 2", "table 300"});
+  after({});
+  after({"threads Thread- 4", "threads Binder: 6", "sockets 10"},
+        "=Event_ThreadAmount\n-> audit evnet by proc P \"a#P\": running threads amount, 10 -> 20\n"
+        "=Event_OpenFileAmount\n-> audit evnet by proc P \"a#P\": open files amount, 10 -> 20\n"
+        "-> Too many threads in proc P \"a#P\": 20\nDump threads' map of proc P, 3 kinds of "
+        "threads\nAnd, only the thread which is more than 1 will be list:\n"
+        "\t \" <BINDER THREAD>\": 6\n\t \"        <THREAD>\": 13\n"
+        "-> Too many open files in proc P \"a#P\": 20\nDump openfiles' map of proc P, 3 kinds of "
+        "files\nAnd, only the file opened more than 10 will be list:\n\t \"<SOCKET>\": 13\n");
+  EXPECT_EQ(records.next(0), "(nothing)");
+  after({"threads Binder: 7", "threads Thread- 8", "threads its_name_is_cut 5", "sockets 4",
+         "pipes 8", "files 8", "table 600"},
+        "=Event_ThreadAmount\n-> audit evnet by proc P \"a#P\": running threads amount, 20 -> 40\n"
+        "=Event_OpenFileAmount\n-> audit evnet by proc P \"a#P\": open files amount, 20 -> 40\n"
+        "=Event_OpenFileFDSize\n-> audit evnet by proc P \"a#P\": open files FDSize, 512 -> 1024\n"
+        "-> Too many threads in proc P \"a#P\": 40\nDump threads' map of proc P, 4 kinds of "
+        "threads\nAnd, only the thread which is more than 1 will be list:\n"
+        "\t \" <BINDER THREAD>\": 13\n\t \"        <THREAD>\": 21\n\t \" its_name_is_cut\": 5\n"
+        "-> Here they're the newly created:\n\t \" <BINDER THREAD>\" created: 7\n"
+        "\t \"        <THREAD>\" created: 8\n\t \" its_name_is_cut\" created: 5\n"
+        "-> Too many open files in proc P \"a#P\": 40\nDump openfiles' map of proc P, 3 kinds of "
+        "files\nAnd, only the file opened more than 10 will be list:\n\t \"/dev/null\": 11\n"
+        "\t \"<PIPE>\": 12\n\t \"<SOCKET>\": 17\n-> Here they're the newly opened:\n"
+        "\t \"/dev/null\" added: 8\n\t \"<PIPE>\" added: 8\n\t \"<SOCKET>\" added: 4\n"
+        "-> Too large \"FDSize\" in proc P \"a#P\": 1024\n");
+  EXPECT_EQ(plain(records.next(0)), std::string("P@@40@@Event_ThreadAmount@@a#P@@") + '\0');
+  EXPECT_EQ(plain(records.next(0)), std::string("P@@40@@Event_OpenFileAmount@@a#P@@") + '\0');
+  after({});
+  EXPECT_EQ(records.next(0), "(nothing)");
+
+  after({"exec it_b"});
+  EXPECT_TRUE(slot.interested && !slot.baseline_taken && slot.identity_time == clock.us / 1000000);
+  after({"exec c"});
+  EXPECT_FALSE(slot.interested || slot.baseline_taken || slot.threads_counter_block != nullptr);
+  child.end();
+  after({});
+  // As the first slot, which stands for no process.
+  EXPECT_EQ(memcmp(&slot, list->entries, sizeof(slot)), 0);
+  for (const uint32_t linked : linked_pids(list)) EXPECT_NE(linked, ears.pid);
+  // Others get its pid: one when it is free, the next between two visits.
+  MadeTree tree{{.pid = pid, .name = "d"}};
+  after({});
+  tree.put({.pid = pid, .name = "e"});
+  after({});
+  EXPECT_EQ(plain(ears.heard),
+            "1024a#P+ 1280a#P+ 1024a#P+ 1280a#P+ 1281a#P+ 770a#P 770it_b#P 769c#P 770d#P ");
+}
+
+TEST(Live, ThousandsComeAndGo) {
+  tw_process_list* list = fresh_table();
+  taskwarden_set_output([](void*, int, const char*, const char*, size_t) {}, nullptr);
+  const auto pass = [list] {
+    tw_process_list_refresh(list);
+    for (auto* at = list->head; at != nullptr;) tw_process_list_iterate(list, at, 60, &at);
+  };
+  pass();
+  // The table has this very process too.
+  const tw_process_desc& self = list->entries[getpid()].desc;
+  const tw_process_desc before = self;
+  const size_t heap = mallinfo2().uordblks;
+  for (int wave = 0; wave < 3; ++wave) {
+    std::vector<pid_t> crowd;
+    for (pid_t child; crowd.size() < 1000 && (child = fork()) >= 0; crowd.push_back(child)) {
+      if (child == 0) _exit(static_cast<int>(sleep(100)));
+    }
+    const auto have = [&](auto field) {
+      return std::ranges::count_if(crowd, [&](pid_t p) { return list->entries[p].*field != 0; });
+    };
+    pass();
+    EXPECT_EQ(have(&Slot::inspected_time), 1000);
+    for (int i = 0; wave == 2 && i < 5000 && have(&Slot::baseline_taken) < 1000; ++i) pass();
+    for (const pid_t pid : crowd) EXPECT_EQ(kill(pid, SIGKILL) + waitpid(pid, nullptr, 0), pid);
+    pass();
+    EXPECT_EQ(have(&Slot::pid), 0);
+  }
+  // Where another heap is in use, a sanitizer's, this one is empty.
+  EXPECT_LT(mallinfo2().uordblks, heap + 16384);
+  EXPECT_EQ(self.open_files, before.open_files);
+  // Some of the program's own pages come in as well: half a MiB.
+  EXPECT_LT(heap > 0 ? self.vm_rss_kb : 0, before.vm_rss_kb + 3000 * sizeof(Slot) / 1024 + 512);
+  size_t shown = 0, known = 0;
+  for (int i = 0; i < 20 && (i == 0 || known != shown || list->count != shown); ++i) {
+    pass();
+    shown = known = 0;
+    for (const auto& process : std::filesystem::directory_iterator("/proc")) {
+      const auto pid = strtoul(process.path().filename().c_str(), nullptr, 10);
+      shown += pid >= TW_FIRST_TRACKED_PID;
+      known += pid >= TW_FIRST_TRACKED_PID && list->entries[pid].pid == pid;
+    }
+  }
+  EXPECT_EQ(known, shown);
+  EXPECT_EQ(linked_pids(list).size(), shown);
+}

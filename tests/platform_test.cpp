@@ -1,0 +1,99 @@
+// What the library stands on and reports through: outputs, clock, pool, blocks and event socket.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "blocks/tagged_block.h"
+#include "platform/clock.h"
+#include "platform/output.h"
+#include "proctable/pool.h"
+#include "report/event_socket.h"
+#include "report/reporter.h"
+#include "support/own_network.h"
+#include "support/record_listener.h"
+#include "taskwarden/taskwarden.h"
+
+// Calls that belong together share lines in this file.
+// clang-format off
+using namespace std::string_literals;
+
+static std::string heard;  // all texts, each log line behind its tag and a bar
+static std::unique_ptr<RecordListener> listener;
+
+// Takes a text byte by byte, which no other call may disturb, and ends the listener at the last
+// moment before it is sent an event of the value 9.
+static void hear(void*, int output, const char* tag, const char* text, size_t) {
+  if (output == TASKWARDEN_OUTPUT_LOG) heard += tag == nullptr ? "|" : tag;
+  if (strstr(text, "sendbuff = 1@@9@@") != nullptr) listener.reset();
+  while (*text != 0) heard += *text++;
+}
+
+TEST(Output, IsWholeAndBearsAClosedPipe) {
+  const auto tell = [](int i) { for (int n = 9; n-- > 0;) tw_reporter().report(1, "%05999d\n", i); };
+  taskwarden_set_output(hear, nullptr);
+  { const std::jthread one(tell, 1), two(tell, 2); }
+  taskwarden_set_output(nullptr, nullptr);
+  ASSERT_EQ(heard.size(), 18 * 6000U);
+  for (size_t i = 0; i < 108000; i += 6000) EXPECT_EQ(heard.find_first_not_of('0', i), i + 5998);
+  const Chronicler& it = *Chronicler::instance;
+  EXPECT_TRUE(&it == &tw_reporter() && !it.text[0] && it.enabled && it.first + it.second == -2);
+  testing::internal::CaptureStderr();
+  tw_output_log("tag", "a"), tw_output_log(nullptr, "b\n"), tw_output_log("", "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "E/tag: a\nE/: b\nE/: \n");
+  EXPECT_EXIT({
+    int ends[2];
+    ASSERT_TRUE(pipe(ends) == 0 && dup2(ends[1], 1) == 1 && dup2(1, 2) == 2 && close(ends[0]) == 0);
+    tw_output_log("tag", "lost"); tw_output_report("lost"); _exit(7);
+  }, testing::ExitedWithCode(7), "");
+}
+
+TEST(Platform, KeepsItsLimits) {
+  EXPECT_EQ(tw_rest(0, 1000000) + tw_rest(0, -1), -2);
+  EXPECT_EQ(tw_elapsed_ms({4294968, 1999}, {0, 2000}), -703);
+  EXPECT_EQ(taskwarden_set_proc_root(std::string(128, 't').c_str()), -1);
+  const auto [entries, slots] = tw_process_pool_reserve(UINT64_MAX);
+  EXPECT_TRUE(slots == 4194304 && entries[slots - 1].pid++ == 0);
+  EXPECT_EQ(tw_process_pool_reserve(35000).slots + tw_process_pool_reserve(35001).slots, 70001U);
+}
+
+TEST(TaggedBlock, IsKnownFromAllocationToRelease) {
+  for (auto n : {0UL, 2147483616UL, 4294967264UL, ~0UL}) EXPECT_EQ(tw_allocate(n), nullptr) << n;
+  EXPECT_NE(tw_release(tw_allocate(2147483615)), nullptr);
+  free(memset(malloc(5032), 'x', 5032));
+  auto* block = static_cast<char*>(tw_allocate(5000));
+  tw_alloc_hdr* header = tw_check(block);
+  ASSERT_TRUE(header + 1 == static_cast<void*>(block) && header->size == 5032 && !header->data);
+  tw_alloc_hdr copy[2] = {*header, *header};
+  for (void* foreign : std::initializer_list<void*>{nullptr, block + 1, block + 8, copy + 1}) {
+    tw_setdata(foreign, block);
+    EXPECT_TRUE(!tw_check(foreign) && !tw_getdata(foreign) && !tw_release(foreign));
+  }
+  tw_setheader(copy, 7), tw_setdata(block, copy);
+  EXPECT_TRUE(tw_check(copy + 1) == copy && copy->size == 7 && !copy->data);
+  EXPECT_TRUE(tw_getdata(block) == copy && tw_release(block) == header && !tw_release(block));
+}
+
+TEST(EventSocket, SendsOneRecordOrLosesItSoon) {
+  own_network();
+  const auto reported = [](int64_t value, const std::string& text) {
+    heard.clear(), taskwarden_set_output(hear, nullptr);
+    const auto start = std::chrono::steady_clock::now();
+    reportEvent(1, value, text.c_str(), text.c_str(), text.c_str());
+    EXPECT_LE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+    return taskwarden_set_output(nullptr, nullptr), heard;
+  };
+  const std::string connecting = "|taskwarden  client socket connectting", t(7000, 't');
+  const std::string refused = connecting + "|Fail to connect to socket . return code: -1";
+  const int lowest_free = unique_fd(dup(0)).get();
+  EXPECT_EQ(reported(2, "e"), refused);
+  listener = std::make_unique<RecordListener>(0);
+  EXPECT_EQ(reported(5000000000, "%s@"), connecting + "|socket size = 6296|socket data = 1,70503270"
+            "4,%s@,%s@.%s@|socket sendbuff = 1@@705032704@@%s@@@%s@@@%s@");
+  EXPECT_EQ(reported(2, "e"), refused);  // the queue is full
+  EXPECT_EQ(listener->next(), "1@@705032704@@%s@@@%s@@@%s@\0"s);
+  reported(-1, t);
+  EXPECT_EQ(listener->next(), "1@@-1@@" + t.substr(6971) + "@@" + t.substr(6901) + "@@" +
+                                  t.substr(857) + '\0');
+  EXPECT_TRUE(reported(9, "e").ends_with("|trigger vk service written:18446744073709551615"));
+  EXPECT_EQ(unique_fd(dup(0)).get(), lowest_free);
+}

@@ -1,0 +1,48 @@
+// Collects what the library writes while it lives: reports as one text, log lines as "tag|text".
+#ifndef TESTS_SUPPORT_CAPTURED_OUTPUT_H_
+#define TESTS_SUPPORT_CAPTURED_OUTPUT_H_
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "taskwarden/taskwarden.h"
+
+class CapturedOutput {
+ public:
+  CapturedOutput() { taskwarden_set_output(take, this); }
+  ~CapturedOutput() { taskwarden_set_output(nullptr, nullptr); }
+  CapturedOutput(const CapturedOutput&) = delete;
+  CapturedOutput& operator=(const CapturedOutput&) = delete;
+
+  // What came since the last call, which is forgotten.
+  std::string report() { return taken(&report_); }
+  std::string log() { return taken(&log_); }
+
+  // Runs within each report.
+  std::function<void(std::string_view)> on_report = [](std::string_view) {};
+
+ private:
+  std::string taken(std::string* text) {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(*text, {});
+  }
+  static void take(void* self, int output, const char* tag, const char* text, size_t length) {
+    auto* captured = static_cast<CapturedOutput*>(self);
+    const std::lock_guard lock(captured->mutex_);
+    if (output == TASKWARDEN_OUTPUT_REPORT) {
+      captured->report_.append(text, length);
+      captured->on_report(std::string_view(text, length));
+    } else {
+      captured->log_ += std::string(tag != nullptr ? tag : "") + "|" + std::string(text, length);
+    }
+  }
+
+  std::mutex mutex_;
+  std::string report_;
+  std::string log_;
+};
+
+#endif  // TESTS_SUPPORT_CAPTURED_OUTPUT_H_

@@ -1,0 +1,47 @@
+#include "support/child.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <stdexcept>
+
+Child::Child(const std::string& arg0) : arg0_(arg0) {
+  int in[2];
+  int out[2];
+  if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) {
+    throw std::runtime_error("pipe");
+  }
+  const unique_fd child_in(in[0]);
+  unique_fd child_out(out[1]);
+  commands_.reset(in[1]);
+  answers_.reset(out[0]);
+  pid_ = fork();
+  if (pid_ == 0) {
+    dup2(child_in.get(), 0);
+    dup2(child_out.get(), 1);
+    dup2(open("/dev/null", O_WRONLY), 2);
+    close_range(3, ~0U, 0);
+    execl(TASKWARDEN_TEST_CHILD, arg0.c_str(), nullptr);
+    _exit(127);
+  }
+  // Else a program that did not start would be waited for in vain.
+  child_out.reset();
+  command("hello");
+}
+
+void Child::command(const std::string& line) {
+  char answer = 0;
+  if (write(commands_.get(), (line + "\n").data(), line.size() + 1) < 0 ||
+      read(answers_.get(), &answer, 1) != 1) {
+    throw std::runtime_error("the child did not answer: " + line);
+  }
+}
+
+void Child::end() {
+  if (pid_ > 0) {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+    pid_ = -1;
+  }
+}

@@ -1,0 +1,47 @@
+// A process file system made of short rows in a temporary folder, which the readers look at instead
+// of /proc while it lives.
+#ifndef TESTS_SUPPORT_MADE_TREE_H_
+#define TESTS_SUPPORT_MADE_TREE_H_
+
+#include <cstdint>
+#include <filesystem>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+// One process. An empty `cmdline` leaves the short name as its name.
+struct MadeProcess {
+  int pid;
+  std::string name = "app";
+  int ppid = 1000;
+  int threads = 1;
+  int fds = 3;
+  int fd_size = 64;
+  uint64_t rss = 1000;
+  uint64_t hwm = 1000;
+  std::string cmdline = {};
+};
+
+class MadeTree {
+ public:
+  MadeTree(std::initializer_list<MadeProcess> processes = {});
+  ~MadeTree();
+  MadeTree(const MadeTree&) = delete;
+  MadeTree& operator=(const MadeTree&) = delete;
+
+  // Makes the process, or makes it anew with other numbers.
+  void put(const MadeProcess& process);
+  // Takes the process (or any other path) away.
+  void remove(const std::string& path);
+  void remove(int pid) { remove(std::to_string(pid)); }
+  // A file below the root, its directories made as needed.
+  void write(const std::string& path, std::string_view content);
+  void link(const std::string& path, const std::string& target);
+
+  const std::filesystem::path& root() const { return root_; }
+
+ private:
+  std::filesystem::path root_;
+};
+
+#endif  // TESTS_SUPPORT_MADE_TREE_H_
