@@ -40,9 +40,9 @@ tw_alloc_hdr* tw_release(void* block) {
   return reinterpret_cast<tw_alloc_hdr*>(address);
 }
 
-// Looking at a header that may be foreign or freed is this function's purpose, so the address
-// sanitizer is told to let it.
-__attribute__((no_sanitize("address"))) tw_alloc_hdr* tw_check(const void* block) {
+// Looking at a header that may be foreign or freed is the purpose of this function, so the
+// sanitizers are told to let it.
+__attribute__((no_sanitize("address", "thread"))) tw_alloc_hdr* tw_check(const void* block) {
   if (block == nullptr || reinterpret_cast<uintptr_t>(block) % alignof(tw_alloc_hdr) != 0) {
     return nullptr;
   }
