@@ -29,9 +29,8 @@ static void hear(void*, int output, const char* tag, const char* text, size_t) {
 }
 
 TEST(Output, IsWholeAndBearsAClosedPipe) {
-  const auto tell = [](int i) { for (int n = 9; n-- > 0;) tw_reporter().report(1, "%05999d\n", i); };
-  taskwarden_set_output(hear, nullptr);
-  { const std::jthread one(tell, 1), two(tell, 2); }
+  const auto say = [](int i) { for (int n = 9; n-- > 0;) tw_reporter().report(1, "%05999d\n", i); };
+  { taskwarden_set_output(hear, nullptr); const std::jthread one(say, 1), two(say, 2); }
   taskwarden_set_output(nullptr, nullptr);
   ASSERT_EQ(heard.size(), 18 * 6000U);
   for (size_t i = 0; i < 108000; i += 6000) EXPECT_EQ(heard.find_first_not_of('0', i), i + 5998);
@@ -87,8 +86,8 @@ TEST(EventSocket, SendsOneRecordOrLosesItSoon) {
   const int lowest_free = unique_fd(dup(0)).get();
   EXPECT_EQ(reported(2, "e"), refused);
   listener = std::make_unique<RecordListener>(0);
-  EXPECT_EQ(reported(5000000000, "%s@"), connecting + "|socket size = 6296|socket data = 1,70503270"
-            "4,%s@,%s@.%s@|socket sendbuff = 1@@705032704@@%s@@@%s@@@%s@");
+  EXPECT_EQ(reported(5000000000, "%s@"), connecting + "|socket size = 6296|socket data = "
+            "1,705032704,%s@,%s@.%s@|socket sendbuff = 1@@705032704@@%s@@@%s@@@%s@");
   EXPECT_EQ(reported(2, "e"), refused);  // the queue is full
   EXPECT_EQ(listener->next(), "1@@705032704@@%s@@@%s@@@%s@\0"s);
   reported(-1, t);
