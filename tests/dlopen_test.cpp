@@ -16,9 +16,8 @@ struct Reports {
     reports.grown.notify_all();
   }
   // Whether `part` comes within 10 s. What came before it is forgotten, and so is its first byte.
-  bool have(const std::string& part) {
+  bool have(const std::string& part, size_t at = 0) {
     std::unique_lock lock(mutex);
-    size_t at = 0;
     const auto found = [&] { return (at = text.find(part)) != text.npos; };
     return grown.wait_for(lock, std::chrono::seconds(10), found) && !text.erase(0, at + 1).empty();
   }

@@ -266,7 +266,7 @@ TEST_F(Ranking, IsAnnouncedAndMarksTheInteresting) {
     offer(pid, 100 + pid % 2, 1, pid == 300 ? "keep" : "50%s");
   }
   list->native_collector->changes.clear();
-  for (uint32_t pid : {300, 302}) {
+  for (uint32_t pid : {300U, 302U}) {
     list->entries[pid].interested = true;
   }
   offer(305, 900);

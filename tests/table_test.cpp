@@ -104,7 +104,7 @@ TEST_F(Table, SlicesStopAtTheBudgetAndGoneEntriesAreFree) {
   Recorder recorder(AUDIT_SOURCE_PROCENTRY);
   Recorder table_recorder(AUDIT_SOURCE_PROCLIST);
   std::vector<uint32_t> order = linked_pids(list);
-  for (const size_t gone : {0, 1, 2, 4, 9}) {
+  for (const size_t gone : {0U, 1U, 2U, 4U, 9U}) {
     tree.remove(static_cast<int>(order[gone]));
   }
   tw_process_entry* cursor = nullptr;
