@@ -141,4 +141,38 @@ TEST(Cycle, PausesAtAPassesEndOnly) {
             "-> taskwarden is paused...\n-> resume taskwarden\n-> taskwarden continues to run\n");
 }
 
+TEST(Cycle, DumpsBetweenPassesAndWhilePaused) {
+  fresh_table();
+  MadeTree tree({{.pid = 300, .ppid = 2}});
+  FakeClock clock;
+  CapturedOutput output;
+  std::counting_semaphore<> paused(0);
+  clock.steps_ms = {0, 0, 0, 0, 0, 1};
+  clock.on_rest = [&] {
+    EXPECT_EQ(output.report().find("Dump"), std::string::npos);
+    taskwarden_notify(1);
+    std::filesystem::remove_all(tree.root());
+  };
+  output.on_report = [&](std::string_view text) {
+    if (text == "-> taskwarden is paused...\n") {
+      paused.release();
+    }
+  };
+  taskwarden_request_dump();
+  taskwarden_request_dump();  // one dump for both
+  std::thread host([&] {
+    paused.acquire();
+    taskwarden_request_dump();
+    paused.acquire();
+    taskwarden_notify(0);
+  });
+  EXPECT_EQ(taskwarden_start(), -1);
+  host.join();
+  const std::string dumps = "-> Dump parts of 1 processes:\n-> Dump the interested processes:\n";
+  const std::string pause = "-> taskwarden is paused...\n";
+  const std::string end = "-> taskwarden continues to run\n";
+  EXPECT_EQ(output.report(), "-> pause taskwarden\n" + dumps + pause + end + dumps + pause +
+                                 "-> resume taskwarden\n" + end);
+}
+
 }  // namespace

@@ -22,10 +22,10 @@ static std::unique_ptr<RecordListener> listener;
 
 // Takes a text byte by byte, which no other call may disturb, and ends the listener at the last
 // moment before it is sent an event of the value 9.
-static void hear(void*, int output, const char* tag, const char* text, size_t) {
+static void hear(void*, int output, const char* tag, const char* text, size_t length) {
   if (output == TASKWARDEN_OUTPUT_LOG) heard += tag == nullptr ? "|" : tag;
   if (strstr(text, "sendbuff = 1@@9@@") != nullptr) listener.reset();
-  while (*text != 0) heard += *text++;
+  for (size_t i = 0; i < length; ++i) heard += text[i];
 }
 
 TEST(Output, IsWholeAndBearsAClosedPipe) {
@@ -67,8 +67,8 @@ TEST(TaggedBlock, IsKnownFromAllocationToRelease) {
     tw_setdata(foreign, block);
     EXPECT_TRUE(!tw_check(foreign) && !tw_getdata(foreign) && !tw_release(foreign));
   }
-  tw_setheader(copy, 7), tw_setdata(block, copy);
-  EXPECT_TRUE(tw_check(copy + 1) == copy && copy->size == 7 && !copy->data);
+  copy->data = block, tw_setheader(copy, 7), tw_setdata(block, copy);
+  EXPECT_TRUE(tw_check(copy + 1) == copy && copy->size == 7 && tw_getdata(copy + 1) == block);
   EXPECT_TRUE(tw_getdata(block) == copy && tw_release(block) == header && !tw_release(block));
 }
 

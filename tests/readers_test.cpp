@@ -89,14 +89,14 @@ static std::string shown(const StringCounter& counter) {
 }
 
 TEST(Inventories, FoldCountListAndCompare) {
-  MadeTree tree({{.pid = 3, .threads = 2, .fds = 400}}); char id = '0';
+  CapturedOutput output; StringCounter files, threads, before; char id = '0';
+  MadeTree tree({{.pid = 3, .threads = 2, .fds = 400}}); tree.link("3/task/99/comm", "../3/comm");
   for (Text comm : {"Binder:1\n"s, "Binder\n"s, "HwBinder:1\n"s, "POSIX timer 0\n"s, "abc"s, ""s,
                     kPiece}) tree.write("3/task/1"s + id++ + "/comm", comm);
   for (Text target : {"socket"s, "pipe:"s, "/dev/ashmem x"s, "/dev/ashme"s, kPiece})
     tree.link("3/fd/t"s + id++, target);
   for (int i = 0; i < 21; ++i) tree.link("3/fd/x" + std::to_string(i), i < 11 ? "/b" : "\xff");
-  for (Text no : {"fd/no"s, "task/no/comm"s, "task/98"s, "task/99/no"s}) tree.write("3/" + no, "");
-  CapturedOutput output; StringCounter files, threads, before;
+  for (Text no : {"fd/no"s, "task/no/comm"s, "task/98"s}) tree.write("3/" + no, "");
   for (StringCounter* counter : {&files, &threads, &before}) counter->add("<SOCKET>", 500);
   before.add("/b", 4), before.add("\xff", 10), before.add("gone");
   tw_process_desc desc = {"", 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 99};

@@ -32,6 +32,14 @@ TW_EXPORT int32_t taskwarden_start(void);
 // Thread: any, at any time, also before taskwarden_start(). Not from a signal handler. Cannot fail.
 TW_EXPORT void taskwarden_notify(int pause);
 
+// Asks the cycle to report two listings: the processes whose numbers look suspicious, and each
+// interesting process with its memory by division. The cycle's thread writes them when the pass
+// under way has ended and rested, or at once while it is paused; requests made before that are one.
+// While paused, the wake-up that serves it reports the end and the new beginning of the pause.
+// Thread: any, at any time; one made before taskwarden_start() is served at the end of the first
+// pass. Not from a signal handler. Cannot fail.
+TW_EXPORT void taskwarden_request_dump(void);
+
 // The two outputs that a sink tells apart.
 enum {
   TASKWARDEN_OUTPUT_REPORT = 0,  // progress, dumps, event explanations; `tag` is null

@@ -1,9 +1,15 @@
 #include "audit/audit_event_handler.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "audit/entry_blocks.h"
 #include "audit/event_block.h"
 #include "audit/process_collector.h"
+#include "blocks/tagged_block.h"
 #include "inspect/open_files.h"
+#include "inspect/smaps.h"
+#include "inspect/system/slabinfo.h"
 #include "inspect/threads.h"
 #include "interest/interest_list.h"
 #include "proctable/process_records.h"
@@ -79,6 +85,61 @@ void explain_open_files(tw_process_entry& entry) {
   }
 }
 
+// One line for each division that grew, and one for that which grew most: the first of several, and
+// division 0 when none did.
+void report_division_growth(const vma_division_t* before, const vma_division_t* now) {
+  int32_t largest = 0;
+  int most = 0;
+  for (int i = 0; i < VMA_DIVISION_COUNT; ++i) {
+    // On the low 32 bits, as they are shown.
+    const auto increase = static_cast<int32_t>(static_cast<uint32_t>(now[i].rss_kb) -
+                                               static_cast<uint32_t>(before[i].rss_kb));
+    if (increase < 1) {
+      continue;
+    }
+    tw_reporter().report(
+        1, "\t #%02d: \"%10s\" eaten %8u kB in %3u areas; increased %8d kB, %d areas\n", i,
+        vma_division_typename(static_cast<VMA_DIVISION_TYPE>(i)),
+        static_cast<unsigned>(now[i].rss_kb), now[i].vma_count, increase,
+        static_cast<int32_t>(now[i].vma_count - before[i].vma_count));
+    if (increase > largest) {
+      largest = increase;
+      most = i;
+    }
+  }
+  tw_reporter().report(1, "\t -> THE MAX INCREASE is \"%s\" (%d)\n",
+                       vma_division_typename(static_cast<VMA_DIVISION_TYPE>(most)), most);
+}
+
+void explain_resident_size(tw_process_entry& entry) {
+  tw_reporter().report(1, "-> RSS is too large in proc %u \"%s\": %u\n", entry.pid, entry.desc.name,
+                       static_cast<unsigned>(entry.desc.vm_rss_kb));
+  vma_division_t now[VMA_DIVISION_COUNT];
+  tw_process_check_smaps(static_cast<int>(entry.pid), now);
+  auto* kept = static_cast<vma_division_t*>(entry.divisions_block);
+  if (kept == nullptr) {
+    entry.divisions_block = tw_allocate(sizeof(now));
+    if (entry.divisions_block != nullptr) {
+      memcpy(entry.divisions_block, now, sizeof(now));
+    }
+    return;
+  }
+  if (std::equal(std::begin(now), std::end(now), kept)) {
+    return;
+  }
+  report_division_growth(kept, now);
+  reportEvent(static_cast<int32_t>(entry.pid), static_cast<int64_t>(entry.desc.vm_rss_kb),
+              "Event_ResidentSize", entry.desc.name, "");
+  std::copy(std::begin(now), std::end(now), kept);
+}
+
+void report_slab_census() {
+  constexpr int32_t kRows = 10;
+  tw_slabinfo_t census;
+  tw_system_check_slabinfo(&census);
+  tw_slabinfo_dump(&census, kRows);
+}
+
 void on_process_list_event(int32_t id, tw_process_list& list) {
   switch (id) {
     case Event_ProcTotalAmount:
@@ -115,8 +176,7 @@ void on_process_event(int32_t id, tw_process_entry& entry) {
                            entry.desc.name, static_cast<unsigned>(entry.desc.fd_size));
       break;
     case Event_ResidentSize:
-      tw_reporter().report(1, "-> RSS is too large in proc %u \"%s\": %u\n", entry.pid,
-                           entry.desc.name, static_cast<uint32_t>(entry.desc.vm_rss_kb));
+      explain_resident_size(entry);
       break;
     default:
       break;
@@ -130,6 +190,8 @@ bool AuditEventHandler::onEventIncoming(AuditEvent* event) {
     on_process_list_event(event->id, *static_cast<tw_process_list*>(event->data));
   } else if (event->source == AUDIT_SOURCE_PROCENTRY) {
     on_process_event(event->id, *static_cast<tw_process_entry*>(event->data));
+  } else if (event->source == AUDIT_SOURCE_MEMINFO && event->id == AuditEvent_SlabUnreclaimSize) {
+    report_slab_census();
   }
   return true;
 }

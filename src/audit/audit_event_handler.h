@@ -1,7 +1,7 @@
-// The one listener: explains each event in the diagnostic log, sends the record of thread and
-// open-file growth, and keeps, in tagged blocks on the process's slot, what it saw at the last
-// event of a kind, so that the next can name what grew since. The first event of a kind only stores
-// that.
+// The one listener: explains each event in the diagnostic log, sends the record of thread,
+// open-file and resident-size growth, and keeps, in tagged blocks on the process's slot, what it
+// saw at the last event of a kind, so that the next can name what grew since. The first event of a
+// kind only stores that.
 #ifndef AUDIT_AUDIT_EVENT_HANDLER_H_
 #define AUDIT_AUDIT_EVENT_HANDLER_H_
 

@@ -25,8 +25,11 @@ char* LineReader::next() {
       break;
     }
   }
+  if (length == 0) {
+    return nullptr;
+  }
   line_[length] = '\0';
-  return length > 0 ? line_ : nullptr;
+  return line_;
 }
 
 bool LineReader::fill() {

@@ -22,8 +22,9 @@ class LineReader {
   bool ok() const { return text_.data() != nullptr || fd_.ok(); }
 
   // The next line with its line feed, if it has one, NUL-terminated, or null at the end. The caller
-  // may change its bytes; it is valid until the next call. A NUL byte in the file ends the text of
-  // its line early. A read error ends the file: what was read before it is handed out.
+  // may change its bytes; it is valid until the next call, the last one also past the end. A NUL
+  // byte in the file ends the text of its line early. A read error ends the file: what was read
+  // before it is handed out.
   char* next();
 
  private:

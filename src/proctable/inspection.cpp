@@ -6,6 +6,7 @@
 #include "audit/entry_blocks.h"
 #include "audit/event_ids.h"
 #include "audit/poll.h"
+#include "inspect/maps.h"
 #include "inspect/open_files.h"
 #include "inspect/status.h"
 #include "interest/interest_list.h"
@@ -93,6 +94,9 @@ void inspect(tw_process_list* list, tw_process_entry* entry) {
     ++list->native_count;
   }
   tw_process_check_openfiles(pid, &entry->desc, nullptr);
+  if (previous.interested) {
+    tw_process_check_maps(pid, &entry->desc);
+  }
   if (strcmp(entry->desc.name, previous.desc.name) != 0) {
     begin_identity(entry, &previous, now);
   }

@@ -7,11 +7,13 @@
 
 #include "audit/audit_initialize.h"
 #include "inspect/system/meminfo.h"
+#include "interest/interest_dump.h"
 #include "interest/interest_list.h"
 #include "platform/clock.h"
 #include "proctable/inspection.h"
 #include "proctable/scan.h"
 #include "proctable/storage.h"
+#include "proctable/suspicious_dump.h"
 #include "report/log.h"
 #include "report/reporter.h"
 #include "taskwarden/taskwarden.h"
@@ -24,19 +26,38 @@ std::atomic<bool> standalone_mode = false;
 // The pause state, shared with the host's threads, is only touched under the mutex.
 pthread_mutex_t __pause_mutex = PTHREAD_MUTEX_INITIALIZER;
 bool __pause_flag = false;
+bool __dump_flag = false;
 pthread_cond_t __pause_cond = PTHREAD_COND_INITIALIZER;
 
 class PauseLock {
  public:
   PauseLock() { pthread_mutex_lock(&__pause_mutex); }
   ~PauseLock() { pthread_mutex_unlock(&__pause_mutex); }
+  template <typename Work>
+  void unlocked(Work work) {
+    pthread_mutex_unlock(&__pause_mutex);
+    work();
+    pthread_mutex_lock(&__pause_mutex);
+  }
   PauseLock(const PauseLock&) = delete;
   PauseLock& operator=(const PauseLock&) = delete;
 };
 
-void honour_pause() {
-  const PauseLock lock;
-  while (__pause_flag) {
+void dump(tw_process_list* table) {
+  tw_process_list_dump(table);
+  interested_proc_dumpall(table);
+}
+
+// Between two passes: waits while a pause lasts, and serves the dumps asked for, without the lock,
+// since they read files and write at length.
+void honour_requests(tw_process_list* table) {
+  PauseLock lock;
+  while (__pause_flag || __dump_flag) {
+    if (__dump_flag) {
+      __dump_flag = false;
+      lock.unlocked([table] { dump(table); });
+      continue;
+    }
     tw_reporter().report(1, "-> taskwarden is paused...\n");
     pthread_cond_wait(&__pause_cond, &__pause_mutex);
     tw_reporter().report(1, "-> taskwarden continues to run\n");
@@ -110,7 +131,7 @@ int32_t taskwarden_start() {
     }
     rest_after(int64_t{setup} + spent);
     if (pass_complete) {
-      honour_pause();
+      honour_requests(table);
     }
   }
 }
@@ -124,6 +145,12 @@ void taskwarden_notify(int pause) {
     tw_reporter().report(1, "-> resume taskwarden\n");
     pthread_cond_signal(&__pause_cond);
   }
+}
+
+void taskwarden_request_dump() {
+  const PauseLock lock;
+  __dump_flag = true;
+  pthread_cond_signal(&__pause_cond);
 }
 
 bool is_standalone() {

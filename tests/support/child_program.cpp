@@ -3,13 +3,18 @@
 //   threads NAME COUNT   starts COUNT threads called NAME and a running number
 //   sockets|pipes|files COUNT   opens COUNT descriptors of the kind (pipes: two ends each, so even)
 //   table SIZE           makes the descriptor table hold at least SIZE
+//   anon KIB             maps that much private memory and touches it
+//   map PATH             maps the whole file shared, without touching it
 //   exec ARG0            replaces itself by itself under another name, which then answers
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <iostream>
 #include <semaphore>
 #include <string>
@@ -59,6 +64,18 @@ int main(int argc, char** /*argv*/) {
     } else if (command == "table") {
       std::cin >> count;
       close(fcntl(0, F_DUPFD, count - 1));
+    } else if (command == "anon") {
+      std::cin >> count;
+      const size_t size = static_cast<size_t>(count) << 10;
+      memset(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0), 1,
+             size);
+    } else if (command == "map") {
+      std::cin >> word;
+      const int fd = open(word.c_str(), O_RDWR);
+      struct stat status = {};
+      fstat(fd, &status);
+      mmap(nullptr, static_cast<size_t>(status.st_size), PROT_READ, MAP_SHARED, fd, 0);
+      close(fd);
     } else if (command == "exec") {
       std::cin >> word;
       execl("/proc/self/exe", word.c_str(), "replaced", nullptr);

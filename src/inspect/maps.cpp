@@ -1,0 +1,42 @@
+#include "inspect/maps.h"
+
+#include "inspect/vma_desc.h"
+#include "platform/proc_root.h"
+#include "report/log.h"
+
+int32_t tw_maps_parse(int pid, LineReader& lines, tw_process_desc* desc) {
+  vma_division_t divisions[VMA_DIVISION_COUNT] = {};
+  int32_t areas = 0;
+  while (const char* line = lines.next()) {
+    vma_desc_t vma;
+    const int conversions = parse_vma(line, &vma);
+    if (!is_vma_header(conversions)) {
+      TW_LOG(TW_TAG_STATS, "-> failed to parse \"%s\" of proc %u as a vma's beginning: %d\n", line,
+             static_cast<unsigned>(pid), conversions);
+      return 0;
+    }
+    ++areas;
+    vma_division_t* division = match_vma_division(divisions, vma);
+    division->vss_kb += vma.size_kb;
+    ++division->vma_count;
+  }
+  desc->vss_dalvik_kb = divisions[VMA_DIVISION_DALVIK].vss_kb;
+  desc->vss_heap_kb = divisions[VMA_DIVISION_SCUDO_PRIMARY].vss_kb +
+                      divisions[VMA_DIVISION_SCUDO_SECONDARY].vss_kb +
+                      divisions[VMA_DIVISION_JEMALLOC].vss_kb;
+  desc->vss_ashmem_kb = divisions[VMA_DIVISION_ASHMEM].vss_kb;
+  desc->vss_kgsl_kb = divisions[VMA_DIVISION_KGSL].vss_kb;
+  desc->vss_dmabuf_kb = divisions[VMA_DIVISION_DMABUF].vss_kb;
+  return areas;
+}
+
+int32_t tw_process_check_maps(int pid, tw_process_desc* desc) {
+  char path[TW_PATH_SIZE];
+  tw_proc_path(path, "/%u/maps", static_cast<unsigned>(pid));
+  LineReader lines = LineReader::open(path);
+  if (!lines.ok()) {
+    TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's maps!!\n", static_cast<unsigned>(pid));
+    return 0;
+  }
+  return tw_maps_parse(pid, lines, desc);
+}

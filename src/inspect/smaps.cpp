@@ -1,0 +1,144 @@
+#include "inspect/smaps.h"
+
+#include <stdlib.h>
+
+#include <algorithm>
+
+#include "inspect/parse_pair.h"
+#include "inspect/vma_desc.h"
+#include "platform/proc_root.h"
+#include "report/log.h"
+#include "report/reporter.h"
+
+namespace {
+
+enum class Key { kSize, kPss, kRss, kVmFlags };
+
+// In the order in which a line is held against them.
+constexpr struct {
+  Key key;
+  std::string_view text;
+} kKeys[] = {
+    {Key::kSize, "Size:"}, {Key::kPss, "Pss:"}, {Key::kRss, "Rss:"}, {Key::kVmFlags, "VmFlags:"}};
+
+// Takes the lines one by one; false ends the reading.
+class SmapsParser {
+ public:
+  SmapsParser(int pid, vma_division_t* divisions)
+      : pid_(static_cast<unsigned>(pid)), divisions_(divisions) {}
+
+  bool take(char* line) { return in_area_ ? take_value(line) : take_header(line); }
+  bool in_area() const { return in_area_; }
+  uint64_t rss_sum_kb() const { return rss_sum_kb_; }
+
+ private:
+  bool take_header(const char* line) {
+    const int conversions = parse_vma(line, &vma_);
+    if (!is_vma_header(conversions)) {
+      TW_LOG(TW_TAG_STATS, "-> failed to parse \"%s\" of proc %u as a vma's beginning: %d\n", line,
+             pid_, conversions);
+      return false;
+    }
+    in_area_ = true;
+    return true;
+  }
+
+  bool take_value(char* line) {
+    const auto* match = std::find_if(std::begin(kKeys), std::end(kKeys), [line](const auto& row) {
+      return line_has_key(line, row.text);
+    });
+    if (match == std::end(kKeys)) {
+      return true;
+    }
+    const int position = parse_pair(line);
+    if (position < 0) {
+      TW_LOG(TW_TAG_STATS, ">> failed to get proc %u smaps's %.*s!!\n", pid_,
+             static_cast<int>(match->text.size() - 1), match->text.data());
+      return false;
+    }
+    const int64_t value = atoi(line + position);
+    switch (match->key) {
+      case Key::kSize:
+        return is_consistent(line, value);
+      case Key::kPss:
+        vma_.pss_kb = value;
+        break;
+      case Key::kRss:
+        vma_.rss_kb = value;
+        rss_sum_kb_ += static_cast<uint64_t>(value);
+        break;
+      case Key::kVmFlags:
+        account();
+        break;
+    }
+    return true;
+  }
+
+  bool is_consistent(const char* line, int64_t value) const {
+    if (value == static_cast<int64_t>(vma_.size_kb)) {
+      return true;
+    }
+    TW_LOG(TW_TAG_STATS, ">> inconsistent Size of \"%s\" in proc %u: x%x, !=x%x\n", line, pid_,
+           static_cast<unsigned>(value), static_cast<unsigned>(vma_.size_kb));
+    return false;
+  }
+
+  void account() {
+    vma_division_t* division = match_vma_division(divisions_, vma_);
+    division->vss_kb += vma_.size_kb;
+    division->rss_kb += static_cast<uint64_t>(vma_.rss_kb);
+    division->pss_kb += static_cast<uint64_t>(vma_.pss_kb);
+    ++division->vma_count;
+    in_area_ = false;
+  }
+
+  const unsigned pid_;
+  vma_division_t* const divisions_;
+  vma_desc_t vma_ = {};
+  bool in_area_ = false;
+  uint64_t rss_sum_kb_ = 0;
+};
+
+}  // namespace
+
+uint64_t tw_smaps_parse(int pid, LineReader& lines, vma_division_t* divisions) {
+  SmapsParser parser(pid, divisions);
+  const char* last = "";
+  while (char* line = lines.next()) {
+    last = line;
+    if (!parser.take(line)) {
+      return parser.rss_sum_kb();
+    }
+  }
+  if (parser.in_area()) {
+    TW_LOG(TW_TAG_STATS, "-> proc %u's smaps has a bad tail: \"%s\"\n", static_cast<unsigned>(pid),
+           last);
+  }
+  return parser.rss_sum_kb();
+}
+
+uint64_t tw_process_check_smaps(int pid, vma_division_t* divisions) {
+  std::fill_n(divisions, VMA_DIVISION_COUNT, vma_division_t{});
+  char path[TW_PATH_SIZE];
+  tw_proc_path(path, "/%u/smaps", static_cast<unsigned>(pid));
+  LineReader lines = LineReader::open(path);
+  if (!lines.ok()) {
+    TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's smaps!!\n", static_cast<unsigned>(pid));
+    return 0;
+  }
+  return tw_smaps_parse(pid, lines, divisions);
+}
+
+void tw_process_smaps_dump(int pid) {
+  vma_division_t divisions[VMA_DIVISION_COUNT];
+  tw_process_check_smaps(pid, divisions);
+  tw_reporter().report(1, "Process %u summary of smaps:\n", static_cast<unsigned>(pid));
+  for (int i = 0; i < VMA_DIVISION_COUNT; ++i) {
+    const vma_division_t& division = divisions[i];
+    tw_reporter().report(1, "\t %15s: VSS %8u, RSS %6u, PSS %6u, %4u VMAs\n",
+                         vma_division_typename(static_cast<VMA_DIVISION_TYPE>(i)),
+                         static_cast<unsigned>(division.vss_kb),
+                         static_cast<unsigned>(division.rss_kb),
+                         static_cast<unsigned>(division.pss_kb), division.vma_count);
+  }
+}

@@ -1,0 +1,32 @@
+// Reads /proc/slabinfo (root only) and ranks the kernel's caches by the bytes of their live
+// objects.
+#ifndef INSPECT_SYSTEM_SLABINFO_H_
+#define INSPECT_SYSTEM_SLABINFO_H_
+
+#include <cstdint>
+
+#include "inspect/line_reader.h"
+#include "inspect/system/slabinfo_record.h"
+#include "taskwarden/export.h"
+
+// Fills `slabinfo`, or a static record of its own when given null: the first 256 caches with live
+// objects, largest first by their totals taken as signed 32-bit numbers, equals in no particular
+// order; a full table is logged. Returns the milliseconds it took; 0, the record empty, when the
+// file cannot be opened (logged). Cycle's thread only.
+TW_EXPORT uint32_t tw_system_check_slabinfo(tw_slabinfo_t* slabinfo);
+
+// Reports a header and the first `top_n` rows (at most 256), empty ones included. Cycle's thread
+// only.
+TW_EXPORT void tw_slabinfo_dump(const tw_slabinfo_t* slabinfo, int32_t top_n);
+
+// The reading on text alone, unranked.
+void tw_slabinfo_parse(LineReader& lines, tw_slabinfo_t* slabinfo);
+
+// The format of a cache's line, of which all five conversions must succeed.
+inline constexpr const char* TW_SLAB_FORMAT = "%s %d %d %d %s";
+
+// One line (at most 1023 bytes) into the first three fields of `entry`, with the result of sscanf
+// with TW_SLAB_FORMAT. The name is cut at its field's size.
+int parse_slab(const char* line, tw_slab_entry_t* entry);
+
+#endif  // INSPECT_SYSTEM_SLABINFO_H_
