@@ -30,7 +30,7 @@ static void hear(void*, int output, const char* tag, const char* text, size_t le
 
 TEST(Output, IsWholeAndBearsAClosedPipe) {
   const auto say = [](int i) { for (int n = 9; n-- > 0;) tw_reporter().report(1, "%05999d\n", i); };
-  { taskwarden_set_output(hear, nullptr); const std::jthread one(say, 1), two(say, 2); }
+  { heard.clear(), taskwarden_set_output(hear, nullptr); const std::jthread a(say, 1), b(say, 2); }
   taskwarden_set_output(nullptr, nullptr);
   ASSERT_EQ(heard.size(), 18 * 6000U);
   for (size_t i = 0; i < 108000; i += 6000) EXPECT_EQ(heard.find_first_not_of('0', i), i + 5998);
