@@ -10,6 +10,7 @@
 
 #include "host/record_server.h"
 #include "platform/local_socket.h"
+#include "support/child.h"
 #include "support/made_tree.h"
 #include "support/own_network.h"
 
@@ -60,6 +61,7 @@ void send_record(const std::string& socket, const std::string& text) {
 
 // Whatever it is about, the next rest is longer than what the end may take.
 TEST(HostProgram, PausesResumesAndEndsAtOnce) {
+  pass_low_pids();
   for (const int number : {SIGTERM, SIGINT}) {
     Program program("watch --no-service");
     program.until("Start the Task Warden\n");

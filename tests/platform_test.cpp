@@ -13,8 +13,6 @@
 #include "support/record_listener.h"
 #include "taskwarden/taskwarden.h"
 
-// Calls that belong together share lines in this file.
-// clang-format off
 using namespace std::string_literals;
 
 static std::string heard;  // all texts, each log line behind its tag and a bar
@@ -29,8 +27,13 @@ static void hear(void*, int output, const char* tag, const char* text, size_t le
 }
 
 TEST(Output, IsWholeAndBearsAClosedPipe) {
-  const auto say = [](int i) { for (int n = 9; n-- > 0;) tw_reporter().report(1, "%05999d\n", i); };
-  { heard.clear(), taskwarden_set_output(hear, nullptr); const std::jthread a(say, 1), b(say, 2); }
+  const auto say = [](int i) {
+    for (int n = 9; n-- > 0;) tw_reporter().report(1, "%05999d\n", i);
+  };
+  {
+    heard.clear(), taskwarden_set_output(hear, nullptr);
+    const std::jthread a(say, 1), b(say, 2);
+  }
   taskwarden_set_output(nullptr, nullptr);
   ASSERT_EQ(heard.size(), 18 * 6000U);
   for (size_t i = 0; i < 108000; i += 6000) EXPECT_EQ(heard.find_first_not_of('0', i), i + 5998);
@@ -39,11 +42,16 @@ TEST(Output, IsWholeAndBearsAClosedPipe) {
   testing::internal::CaptureStderr();
   tw_output_log("tag", "a"), tw_output_log(nullptr, "b\n"), tw_output_log("", "");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "E/tag: a\nE/: b\nE/: \n");
-  EXPECT_EXIT({
-    int ends[2];
-    ASSERT_TRUE(pipe(ends) == 0 && dup2(ends[1], 1) == 1 && dup2(1, 2) == 2 && close(ends[0]) == 0);
-    tw_output_log("tag", "lost"); tw_output_report("lost"); _exit(7);
-  }, testing::ExitedWithCode(7), "");
+  EXPECT_EXIT(
+      {
+        int ends[2];
+        ASSERT_TRUE(pipe(ends) == 0 && dup2(ends[1], 1) == 1 && dup2(1, 2) == 2 &&
+                    close(ends[0]) == 0);
+        tw_output_log("tag", "lost");
+        tw_output_report("lost");
+        _exit(7);
+      },
+      testing::ExitedWithCode(7), "");
 }
 
 TEST(Platform, KeepsItsLimits) {
@@ -86,13 +94,15 @@ TEST(EventSocket, SendsOneRecordOrLosesItSoon) {
   const int lowest_free = unique_fd(dup(0)).get();
   EXPECT_EQ(reported(2, "e"), refused);
   listener = std::make_unique<RecordListener>(0);
-  EXPECT_EQ(reported(5000000000, "%s@"), connecting + "|socket size = 6296|socket data = "
-            "1,705032704,%s@,%s@.%s@|socket sendbuff = 1@@705032704@@%s@@@%s@@@%s@");
+  EXPECT_EQ(reported(5000000000, "%s@"),
+            connecting +
+                "|socket size = 6296|socket data = "
+                "1,705032704,%s@,%s@.%s@|socket sendbuff = 1@@705032704@@%s@@@%s@@@%s@");
   EXPECT_EQ(reported(2, "e"), refused);  // the queue is full
   EXPECT_EQ(listener->next(), "1@@705032704@@%s@@@%s@@@%s@\0"s);
   reported(-1, t);
-  EXPECT_EQ(listener->next(), "1@@-1@@" + t.substr(6971) + "@@" + t.substr(6901) + "@@" +
-                                  t.substr(857) + '\0');
+  EXPECT_EQ(listener->next(),
+            "1@@-1@@" + t.substr(6971) + "@@" + t.substr(6901) + "@@" + t.substr(857) + '\0');
   EXPECT_TRUE(reported(9, "e").ends_with("|trigger vk service written:18446744073709551615"));
   EXPECT_EQ(unique_fd(dup(0)).get(), lowest_free);
 }

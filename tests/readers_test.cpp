@@ -11,14 +11,14 @@
 #include "support/fresh_table.h"
 #include "support/made_tree.h"
 
-// Short rows share lines in this file, and so do calls that belong together.
-// clang-format off
 using android::base::StringPrintf;
 using namespace std::string_literals;
 using Text = const std::string&;
 const std::string kPiece(1023, 'x');  // the most that one line holds
 
-static std::string failed(Text what) { return "taskwarden stats|>> failed to " + what + "\n"; }
+static std::string failed(Text what) {
+  return "taskwarden stats|>> failed to " + what + "\n";
+}
 static std::string unpaired(Text line, Text key) {
   return failed("parse the pair: \"" + line + "\"") + failed("get " + key + "!!");
 }
@@ -42,24 +42,37 @@ TEST(Status, IsReadKeyByKeyUntilOneFails) {
     pid_of_zygote = pid_of_zygote64 = 0;
     tree.write("3/status", text), tw_process_check_status(3, &d);
     return StringPrintf("%s %c %d %d %jd %jd %d %d%d", d.name, d.state, d.ppid, d.fd_size,
-        intmax_t(d.vm_hwm_kb), intmax_t(d.vm_rss_kb), d.threads, pid_of_zygote, pid_of_zygote64);
+                        intmax_t(d.vm_hwm_kb), intmax_t(d.vm_rss_kb), d.threads, pid_of_zygote,
+                        pid_of_zygote64);
   };
   const std::string same = " ? 1 2 3 4 5 00", c57(57, 'c');
   for (Text key : {"Name"s, "State"s, "Pid"s, "PPid"s, "FDSize"s, "VmHWM"s, "VmRSS"s, "Threads"s})
     expect(read, {{" " + key + ":1\nTracer" + key + ":1\n" + key + " :1\n" + key + ":\t ",
                    "o" + same + unpaired(key + ":\t ", "proc 3's " + key)}});
-  expect(read, {
-      {"Name:\tx y\nState:\tS (s)\nPid:\t3\nPPid:\t9\nFDSize:\t8\nVmHWM:\t 7 kB\nVmRSS:\t 6 kB\n"
-       "Threads:\t0\nPid:", "x#3 S 9 8 7 6 0 00"}, {"Name:\t" + kPiece, kPiece.substr(960) + same},
-      {"Name: zygote\nPPid: 1", "zygote#3 ? 1 2 3 4 5 30"}, {kPiece + "xThreads: 8", "o" + same},
-      {"Name: zygote64\nPPid: 1", "zygote64#3 ? 1 2 3 4 5 03"}, {"Name:\n", "#3" + same},
-      {"Name: zygote\nPPid: 2", "zygote#3 ? 2 2 3 4 5 00"}, {"Name: a:\v b\n", "a:\v#3" + same},
-      {"VmHWM: 3000000000\nVmRSS: -5\nFDSize: 9999999999999999999", "o ? 1 -1 -1294967296 -5 5 00"},
-      {kPiece + "Threads: 8x\nPid:", "o ? 1 2 3 4 8 00"}, {"State:\n", "o \0 1 2 3 4 5 00"s},
-      {"Name: [a:0]%s\x01\xff\\n\r\nState: Z\nPid: -1\nPPid: 7", "[a:0]%s\x01\xff\\n#3 Z 1 2 3 4 5 "
-       "00taskwarden stats|>> inconsistent pid: 3, 4294967295\n"}});
-  expect([&](Text text) { return tree.write("3/cmdline", text), read("Name: p\n"); }, {
-      {"a \n\0c"s, "a \n#3" + same}, {c57 + "\0"s, c57 + "#3" + same}, {c57 + "c", "p#3" + same}});
+  expect(
+      read,
+      {{"Name:\tx y\nState:\tS (s)\nPid:\t3\nPPid:\t9\nFDSize:\t8\nVmHWM:\t 7 kB\nVmRSS:\t 6 kB\n"
+        "Threads:\t0\nPid:",
+        "x#3 S 9 8 7 6 0 00"},
+       {"Name:\t" + kPiece, kPiece.substr(960) + same},
+       {"Name: zygote\nPPid: 1", "zygote#3 ? 1 2 3 4 5 30"},
+       {kPiece + "xThreads: 8", "o" + same},
+       {"Name: zygote64\nPPid: 1", "zygote64#3 ? 1 2 3 4 5 03"},
+       {"Name:\n", "#3" + same},
+       {"Name: zygote\nPPid: 2", "zygote#3 ? 2 2 3 4 5 00"},
+       {"Name: a:\v b\n", "a:\v#3" + same},
+       {"VmHWM: 3000000000\nVmRSS: -5\nFDSize: 9999999999999999999",
+        "o ? 1 -1 -1294967296 -5 5 00"},
+       {kPiece + "Threads: 8x\nPid:", "o ? 1 2 3 4 8 00"},
+       {"State:\n", "o \0 1 2 3 4 5 00"s},
+       {"Name: [a:0]%s\x01\xff\\n\r\nState: Z\nPid: -1\nPPid: 7",
+        "[a:0]%s\x01\xff\\n#3 Z 1 2 3 4 5 "
+        "00taskwarden stats|>> inconsistent pid: 3, 4294967295\n"}});
+  expect([&](Text text) { return tree.write("3/cmdline", text), read("Name: p\n"); },
+         {{"a \n\0c"s, "a \n#3" + same},
+          {c57 + "\0"s, c57 + "#3" + same},
+          {std::string(9000, 'c'), "p#3" + same},
+          {c57 + "c", "p#3" + same}});
 }
 
 TEST(Meminfo, IsReadUpToTheSlabAndPolledWith) {
@@ -67,19 +80,20 @@ TEST(Meminfo, IsReadUpToTheSlabAndPolledWith) {
   const auto read = [](Text text) {
     MadeTree tree;
     if (text != "-") tree.write("meminfo", text);
-    tw_meminfo_t m = {9, 9, 9, 9}; tw_system_check_meminfo(&m);
+    tw_meminfo_t m = {9, 9, 9, 9};
+    tw_system_check_meminfo(&m);
     return StringPrintf("%d %d %d %d", m.mem_total_kb, m.mem_free_kb, m.mem_available_kb,
                         m.sunreclaim_kb);
   };
-  expect(read, {
-      {"-", "0 0 0 0" + failed("open meminfo!!")},
-      {"MemTotal:1\nMemFree:", "1 0 0 0!" + unpaired("MemFree:", "MemFree")},
-      {"SUnrec", "0 0 0 0!" + unpaired("SUnrec", "SUnreclaim")},
-      {"MemAvail", "0 0 0 0!" + unpaired("MemAvail", "MemAvailable")},
-      {"MemTot: 1\nMemFr: 1\nMemAvai: 1\nSUnre: 1\nmemFree: 1\n", "0 0 0 0!"},
-      {"MemTotal: 1\nMemTotal:\nSUnreclaim: 1 kB\nMemFree: 1\n", "0 0 0 1!"},
-      {"MemTotaX: 2147483648\nMemFreX: -7x\nMemAvailX: 3\nSUnrecX: 4", "-2147483648 -7 3 4!"},
-      {kPiece + kPiece + kPiece + kPiece + kPiece + "MemFree: 1048577", "0 1048577 0 0"}});
+  expect(read,
+         {{"-", "0 0 0 0" + failed("open meminfo!!")},
+          {"MemTotal:1\nMemFree:", "1 0 0 0!" + unpaired("MemFree:", "MemFree")},
+          {"SUnrec", "0 0 0 0!" + unpaired("SUnrec", "SUnreclaim")},
+          {"MemAvail", "0 0 0 0!" + unpaired("MemAvail", "MemAvailable")},
+          {"MemTot: 1\nMemFr: 1\nMemAvai: 1\nSUnre: 1\nmemFree: 1\n", "0 0 0 0!"},
+          {"MemTotal: 1\nMemTotal:\nSUnreclaim: 1 kB\nMemFree: 1\n", "0 0 0 1!"},
+          {"MemTotaX: 2147483648\nMemFreX: -7x\nMemAvailX: 3\nSUnrecX: 4", "-2147483648 -7 3 4!"},
+          {kPiece + kPiece + kPiece + kPiece + kPiece + "MemFree: 1048577", "0 1048577 0 0"}});
 }
 
 static std::string shown(const StringCounter& counter) {
@@ -89,10 +103,14 @@ static std::string shown(const StringCounter& counter) {
 }
 
 TEST(Inventories, FoldCountListAndCompare) {
-  CapturedOutput output; StringCounter files, threads, before; char id = '0';
-  MadeTree tree({{.pid = 3, .threads = 2, .fds = 400}}); tree.link("3/task/99/comm", "../3/comm");
-  for (Text comm : {"Binder:1\n"s, "Binder\n"s, "HwBinder:1\n"s, "POSIX timer 0\n"s, "abc"s, ""s,
-                    kPiece}) tree.write("3/task/1"s + id++ + "/comm", comm);
+  CapturedOutput output;
+  StringCounter files, threads, before;
+  char id = '0';
+  MadeTree tree({{.pid = 3, .threads = 2, .fds = 400}});
+  tree.link("3/task/99/comm", "../3/comm");
+  for (Text comm :
+       {"Binder:1\n"s, "Binder\n"s, "HwBinder:1\n"s, "POSIX timer 0\n"s, "abc"s, ""s, kPiece})
+    tree.write("3/task/1"s + id++ + "/comm", comm);
   for (Text target : {"socket"s, "pipe:"s, "/dev/ashmem x"s, "/dev/ashme"s, kPiece})
     tree.link("3/fd/t"s + id++, target);
   for (int i = 0; i < 21; ++i) tree.link("3/fd/x" + std::to_string(i), i < 11 ? "/b" : "\xff");
@@ -106,9 +124,13 @@ TEST(Inventories, FoldCountListAndCompare) {
   const std::string rare = "/dev/ashme=1 <ASHMEM>=1 <PIPE>=1 ", cut = kPiece.substr(768) + "=1 ";
   EXPECT_EQ(shown(files), "/b=11 " + rare + "<SOCKET>=400 socket=1 x" + cut + "\xff=10 ");
   EXPECT_EQ(shown(StringCounter_diff(&before, &files)), "/b=7 " + rare + "socket=1 x" + cut);
-  EXPECT_EQ(shown(threads), "<BINDER THREAD>=1 <HWBINDER THREAD>=1 <POSIX TIMER>=1 <THREAD>=2 "
-                            "<UNNAMED THREAD>=2 Binder=1 ab=1 " + cut);
-  EXPECT_EQ(output.report(), "Dump openfiles' map of proc 3, 8 kinds of files\n"
+  EXPECT_EQ(shown(threads),
+            "<BINDER THREAD>=1 <HWBINDER THREAD>=1 <POSIX TIMER>=1 <THREAD>=2 "
+            "<UNNAMED THREAD>=2 Binder=1 ab=1 " +
+                cut);
+  EXPECT_EQ(
+      output.report(),
+      "Dump openfiles' map of proc 3, 8 kinds of files\n"
       "And, only the file opened more than 10 will be list:\n\t \"/b\": 11\n\t \"<SOCKET>\": 400\n"
       "Dump threads' map of proc 3, 8 kinds of threads\nAnd, only the thread which is more than 1 "
       "will be list:\n\t \"        <THREAD>\": 2\n\t \"<UNNAMED THREAD>\": 2\n");
@@ -116,9 +138,12 @@ TEST(Inventories, FoldCountListAndCompare) {
   EXPECT_EQ(output.log(), failed("open proc 4's fd dir: No such file or directory") +
                               failed("open proc 4's task dir!!"));
   std::filesystem::permissions(tree.root() / "3/fd", {});
-  EXPECT_EXIT({
-    std::ignore = seteuid(65534);  // a user whom modes keep out, unlike the super-user
-    tw_process_check_openfiles(3, &desc, &files); _exit(desc.open_files - 426 + int(files.size()));
-  }, testing::ExitedWithCode(8), "^$");
+  EXPECT_EXIT(
+      {
+        std::ignore = seteuid(65534);  // a user whom modes keep out, unlike the super-user
+        tw_process_check_openfiles(3, &desc, &files);
+        _exit(desc.open_files - 426 + int(files.size()));
+      },
+      testing::ExitedWithCode(8), "^$");
   std::filesystem::permissions(tree.root() / "3/fd", std::filesystem::perms::owner_all);
 }

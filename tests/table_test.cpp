@@ -58,10 +58,10 @@ class Table : public testing::Test {
     return slices;
   }
 
+  MadeTree tree;  // first: the table takes its size from there
   tw_process_list* list = fresh_table();
   FakeClock clock;
   CapturedOutput output;
-  MadeTree tree;
 };
 
 bool is_free(const tw_process_entry& entry) {

@@ -2,8 +2,10 @@
 // call C. Load the library, redirect its two outputs if you like, give one thread to
 // taskwarden_start(), and pause and resume it from any other thread with taskwarden_notify().
 //
-// Nothing here ends the host, raises a signal in it, or throws. Outputs never hold up the cycle
-// except by what the host's own sink does and by a standard output that does not drain.
+// Nothing here ends the host, raises a signal in it, or throws, exhausted memory apart. Outputs
+// never hold up the cycle except by what the host's own sink does and by a standard output that
+// does not drain; a call that writes, or changes the sink, waits for the output in progress
+// likewise.
 #ifndef TASKWARDEN_TASKWARDEN_H_
 #define TASKWARDEN_TASKWARDEN_H_
 
@@ -49,8 +51,9 @@ enum {
 // Receives one text, exactly as formatted: `length` bytes followed by a NUL that is not counted.
 // The text is not always one line, does not always end in a line feed, and is not always UTF-8:
 // it quotes names that other programs chose. `tag` and `text` are the library's and are valid only
-// during the call. Calls never overlap. A sink must not throw, and must not call back into this
-// library.
+// during the call. Calls never overlap. They come on the cycle's thread and on any thread that
+// calls into this library, under locks of the library's: a sink must not throw, must not call back
+// into it, and must not wait for a lock that the host holds while it calls.
 typedef void (*taskwarden_output_fn)(void* context, int output, const char* tag, const char* text,
                                      size_t length);
 

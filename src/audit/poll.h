@@ -2,7 +2,8 @@
 // and handler are done when it returns. All return 0. Cycle's thread only. Any of them may be the
 // first to create the manager; without a hub for its source a poll delivers nothing.
 //
-// Declares and includes nothing, so that readers on lower floors can end by polling.
+// Includes no other area's header, so that readers on lower floors can end by polling. No pointer
+// may be null, and none is kept, but for a process's slot that a rank collector takes in.
 #ifndef AUDIT_POLL_H_
 #define AUDIT_POLL_H_
 

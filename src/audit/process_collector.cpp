@@ -10,6 +10,7 @@
 ProcessCollector::ProcessCollector(const char* collector_name)
     : metric(Event_ResidentSize), capacity(5) {
   snprintf(name, sizeof(name), "%s", collector_name);
+  members.reserve(static_cast<size_t>(capacity));
 }
 
 int32_t ProcessCollector::collect(void* entry) {

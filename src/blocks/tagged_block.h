@@ -29,7 +29,7 @@ TW_EXPORT void* tw_allocate(uint64_t size);
 TW_EXPORT tw_alloc_hdr* tw_release(void* block);
 
 // The header of the valid block `block`, else null. Looks at the 32 bytes before the pointer,
-// whatever they are: they must be readable. A pointer not aligned as by malloc is never a block.
+// whatever they are: they must be readable. A pointer not aligned for a header is never a block.
 TW_EXPORT tw_alloc_hdr* tw_check(const void* block);
 
 // The owner's word of a valid block. Setting does nothing, and getting gives null, for any other.

@@ -22,30 +22,16 @@ void count_target(const Directory& directory, const char* name, StringCounter* c
   }
 }
 
-void report_kinds(unsigned pid, const StringCounter& counter) {
-  tw_reporter().report(1, "Dump openfiles' map of proc %u, %u kinds of files\n", pid,
-                       static_cast<unsigned>(counter.size()));
-  tw_reporter().report(1, "And, only the file opened more than %u will be list:\n",
-                       static_cast<unsigned>(kListedAbove));
-  for (const auto& [name, count] : counter) {
-    if (count > kListedAbove) {
-      tw_reporter().report(1, "\t \"%s\": %d\n", name.c_str(), count);
-    }
-  }
-}
-
-}  // namespace
-
-void tw_process_check_openfiles(int pid, tw_process_desc* desc, StringCounter* counter) {
+// False, with nothing changed, when the directory cannot be opened.
+bool walk(unsigned pid, tw_process_desc* desc, StringCounter* counter) {
   char path[TW_PATH_SIZE];
-  tw_proc_path(path, "/%u/fd", static_cast<unsigned>(pid));
+  tw_proc_path(path, "/%u/fd", pid);
   Directory directory(path);
   if (!directory.ok()) {
     if (errno != EACCES) {
-      TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's fd dir: %s\n", static_cast<unsigned>(pid),
-             strerror(errno));
+      TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's fd dir: %s\n", pid, strerror(errno));
     }
-    return;
+    return false;
   }
   if (counter != nullptr) {
     counter->clear();
@@ -65,7 +51,25 @@ void tw_process_check_openfiles(int pid, tw_process_desc* desc, StringCounter* c
       count_target(directory, entry.name, counter);
     }
   }
-  if (counter != nullptr) {
+  return true;
+}
+
+void report_kinds(unsigned pid, const StringCounter& counter) {
+  tw_reporter().report(1, "Dump openfiles' map of proc %u, %u kinds of files\n", pid,
+                       static_cast<unsigned>(counter.size()));
+  tw_reporter().report(1, "And, only the file opened more than %u will be list:\n",
+                       static_cast<unsigned>(kListedAbove));
+  for (const auto& [name, count] : counter) {
+    if (count > kListedAbove) {
+      tw_reporter().report(1, "\t \"%s\": %d\n", name.c_str(), count);
+    }
+  }
+}
+
+}  // namespace
+
+void tw_process_check_openfiles(int pid, tw_process_desc* desc, StringCounter* counter) {
+  if (walk(static_cast<unsigned>(pid), desc, counter) && counter != nullptr) {
     report_kinds(static_cast<unsigned>(pid), *counter);
   }
 }

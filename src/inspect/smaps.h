@@ -15,7 +15,8 @@
 // Cycle's thread only.
 TW_EXPORT uint64_t tw_process_check_smaps(int pid, vma_division_t* divisions);
 
-// Reads the same and reports a line a division. Cycle's thread only.
+// Reads the same and reports a line a division, in kB (low 32 bits), whatever could be read.
+// Cycle's thread only.
 TW_EXPORT void tw_process_smaps_dump(int pid);
 
 // The reading on text alone; adds to `divisions`.

@@ -17,7 +17,8 @@
 // (proctable/zygote.h). Cycle's thread only.
 TW_EXPORT void tw_process_check_status(int pid, tw_process_desc* desc);
 
-// Delivers the whole command line file of `pid` in `content`; false when it cannot be read.
+// Delivers the command line file of `pid` in `content`, at least its first 58 bytes; false when it
+// cannot be read.
 using CommandLineReader = bool (*)(int pid, std::string* content);
 
 // The same on text alone: takes the lines of a status file, in the order in which they come, until

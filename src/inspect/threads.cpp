@@ -29,6 +29,28 @@ void count_thread(const char* task_path, const char* thread, StringCounter* coun
   counter->add(tw_thread_family(name));
 }
 
+// False, with nothing changed, when the directory cannot be opened.
+bool walk(unsigned pid, StringCounter* counter) {
+  char path[TW_PATH_SIZE];
+  tw_proc_path(path, "/%u/task", pid);
+  Directory directory(path);
+  if (!directory.ok()) {
+    TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's task dir!!\n", pid);
+    return false;
+  }
+  if (counter == nullptr) {
+    return true;
+  }
+  counter->clear();
+  tw_dirent entry;
+  while (directory.next(&entry)) {
+    if (entry.type == DT_DIR && entry.name[0] >= '0' && entry.name[0] <= '9') {
+      count_thread(path, entry.name, counter);
+    }
+  }
+  return true;
+}
+
 void report_kinds(unsigned pid, const StringCounter& counter) {
   tw_reporter().report(1, "Dump threads' map of proc %u, %u kinds of threads\n", pid,
                        static_cast<unsigned>(counter.size()));
@@ -44,24 +66,9 @@ void report_kinds(unsigned pid, const StringCounter& counter) {
 }  // namespace
 
 void tw_process_check_threads(int pid, StringCounter* counter) {
-  char path[TW_PATH_SIZE];
-  tw_proc_path(path, "/%u/task", static_cast<unsigned>(pid));
-  Directory directory(path);
-  if (!directory.ok()) {
-    TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's task dir!!\n", static_cast<unsigned>(pid));
-    return;
+  if (walk(static_cast<unsigned>(pid), counter) && counter != nullptr) {
+    report_kinds(static_cast<unsigned>(pid), *counter);
   }
-  if (counter == nullptr) {
-    return;
-  }
-  counter->clear();
-  tw_dirent entry;
-  while (directory.next(&entry)) {
-    if (entry.type == DT_DIR && entry.name[0] >= '0' && entry.name[0] <= '9') {
-      count_thread(path, entry.name, counter);
-    }
-  }
-  report_kinds(static_cast<unsigned>(pid), *counter);
 }
 
 std::string_view tw_thread_family(std::string_view name) {

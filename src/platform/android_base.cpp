@@ -25,17 +25,19 @@ bool ReadFileToString(const std::string& path, std::string* content, bool follow
   if (!fd.ok()) {
     return false;
   }
-  char buffer[4096];
-  while (true) {
-    const ssize_t n = ::read(fd.get(), buffer, sizeof(buffer));
+  char buffer[TW_LARGEST_FILE];
+  size_t filled = 0;
+  ssize_t n = 1;
+  while (n != 0 && filled < sizeof(buffer)) {
+    n = ::read(fd.get(), buffer + filled, sizeof(buffer) - filled);
     if (n > 0) {
-      content->append(buffer, static_cast<size_t>(n));
-    } else if (n == 0) {
-      return true;
-    } else if (errno != EINTR) {
-      return false;
+      filled += static_cast<size_t>(n);
+    } else if (n < 0 && errno != EINTR) {
+      break;
     }
   }
+  content->assign(buffer, filled);
+  return n >= 0;
 }
 
 }  // namespace android::base

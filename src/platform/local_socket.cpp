@@ -18,8 +18,8 @@ int64_t monotonic_us() {
   return int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
 }
 
-// Bounds connect and send alike: a local connect waits for room in the listener's queue for as long
-// as SO_SNDTIMEO allows (unix(7), socket(7)).
+// A local connect waits for room in the listener's queue for as long as SO_SNDTIMEO allows
+// (unix(7), socket(7)).
 bool set_send_timeout(int fd, int64_t microseconds) {
   const timeval timeout = {.tv_sec = 0, .tv_usec = static_cast<suseconds_t>(microseconds)};
   return ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout)) == 0;
@@ -54,7 +54,7 @@ int socket_local_client(const char* name, int namespace_id, int type) {
       return -1;
     }
     if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), size) == 0) {
-      return set_send_timeout(fd.get(), bound) ? fd.release() : -1;
+      return fd.release();
     }
     if (errno != EINTR) {
       return -1;

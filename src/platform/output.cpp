@@ -1,6 +1,7 @@
 #include "platform/output.h"
 
 #include <errno.h>
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/uio.h>
@@ -18,48 +19,57 @@ std::mutex output_mutex;
 taskwarden_output_fn output_sink = nullptr;
 void* output_context = nullptr;
 
-// Keeps a SIGPIPE that this thread's writes raise from reaching the host: blocked meanwhile, and
-// taken off the queue again unless it was pending before. The signal is thread-directed (pipe(7)).
-class SigpipeGuard {
+// Keeps the signal that a failing write raises from reaching the host: SIGPIPE with EPIPE, SIGXFSZ
+// with EFBIG (write(2)). Both are blocked meanwhile, and the one raised is taken off this thread's
+// queue again unless it was pending before.
+class WriteSignalGuard {
  public:
-  SigpipeGuard() {
-    sigemptyset(&sigpipe_);
-    sigaddset(&sigpipe_, SIGPIPE);
-    sigset_t pending;
-    sigpending(&pending);
-    was_pending_ = sigismember(&pending, SIGPIPE) == 1;
-    pthread_sigmask(SIG_BLOCK, &sigpipe_, &old_mask_);
+  WriteSignalGuard() {
+    sigset_t both;
+    sigemptyset(&both);
+    sigaddset(&both, SIGPIPE);
+    sigaddset(&both, SIGXFSZ);
+    sigpending(&pending_before_);
+    pthread_sigmask(SIG_BLOCK, &both, &old_mask_);
   }
-  ~SigpipeGuard() {
-    if (raised_ && !was_pending_) {
-      const timespec at_once = {0, 0};
-      while (sigtimedwait(&sigpipe_, nullptr, &at_once) < 0 && errno == EINTR) {
-      }
-    }
-    pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
-  }
-  SigpipeGuard(const SigpipeGuard&) = delete;
-  SigpipeGuard& operator=(const SigpipeGuard&) = delete;
+  ~WriteSignalGuard() { pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr); }
+  WriteSignalGuard(const WriteSignalGuard&) = delete;
+  WriteSignalGuard& operator=(const WriteSignalGuard&) = delete;
 
-  void note_error(int error) { raised_ = raised_ || error == EPIPE; }
+  void failed_with(int error) const {
+    const int raised = error == EPIPE ? SIGPIPE : error == EFBIG ? SIGXFSZ : 0;
+    if (raised == 0 || sigismember(&pending_before_, raised) == 1) {
+      return;
+    }
+    sigset_t one;
+    sigemptyset(&one);
+    sigaddset(&one, raised);
+    const timespec at_once = {0, 0};
+    while (sigtimedwait(&one, nullptr, &at_once) < 0 && errno == EINTR) {
+    }
+  }
 
  private:
-  sigset_t sigpipe_;
+  sigset_t pending_before_;
   sigset_t old_mask_;
-  bool was_pending_ = false;
-  bool raised_ = false;
 };
 
 // One writev for the whole text where the kernel takes it whole, and as many as it needs else.
 void write_whole(int fd, iovec* parts, int count) {
-  SigpipeGuard guard;
+  const WriteSignalGuard guard;
   while (count > 0) {
     const ssize_t n = ::writev(fd, parts, count);
     if (n < 0) {
       if (errno == EINTR) {
         continue;
       }
-      guard.note_error(errno);
+      if (errno == EAGAIN) {
+        // Somebody who shares the pipe or terminal made it non-blocking.
+        pollfd room = {.fd = fd, .events = POLLOUT, .revents = 0};
+        ::poll(&room, 1, -1);
+        continue;
+      }
+      guard.failed_with(errno);
       return;
     }
     size_t done = static_cast<size_t>(n);

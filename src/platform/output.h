@@ -1,6 +1,6 @@
 // Where the library's two outputs end: the host's sink (taskwarden_set_output), or standard output
 // and standard error. Each call delivers its text whole, also when two threads write at once. A
-// closed pipe loses the text and raises no signal in the host.
+// closed pipe or a full file loses the text and raises no signal in the host.
 #ifndef PLATFORM_OUTPUT_H_
 #define PLATFORM_OUTPUT_H_
 

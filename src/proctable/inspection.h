@@ -15,8 +15,8 @@ inline constexpr int64_t TW_BASELINE_DELAY_S = 3;
 // exit event, are unlinked and freed. Stores through `cursor` where the next slice must begin, null
 // when the pass is complete; with a null `start` nothing is visited, `cursor` stays, and the
 // closing steps run. Returns the milliseconds spent, measured at the last look, 0 if no live
-// process was met. Allocates nothing beyond the two strings of the status reader unless an event
-// fires. Cycle's thread only.
+// process was met. Allocates nothing beyond the two strings of the status reader unless an
+// event fires or a ranking changes. Cycle's thread only.
 int32_t tw_process_list_iterate(tw_process_list* list, tw_process_entry* start, int32_t budget_ms,
                                 tw_process_entry** cursor);
 

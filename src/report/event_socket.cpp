@@ -1,6 +1,5 @@
 #include "report/event_socket.h"
 
-#include <errno.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -27,16 +26,6 @@ void copy_cut(char (&field)[N], const char* text) {
   const size_t length = strnlen(text, N - 1);
   memcpy(field, text, length);
   field[length] = '\0';
-}
-
-// The whole buffer in one call; a signal that interrupts it before anything went out starts it
-// again, within the bound that the socket carries.
-ssize_t send_record(int fd, const char* buffer, size_t size) {
-  ssize_t written;
-  do {
-    written = ::send(fd, buffer, size, MSG_NOSIGNAL);
-  } while (written < 0 && errno == EINTR);
-  return written;
 }
 
 }  // namespace
@@ -68,7 +57,7 @@ void reportEvent(int32_t pid, int64_t value, const char* event, const char* proc
   TW_LOG(nullptr, "socket data = %d,%d,%s,%s.%s", record.pid, shown, record.event, record.process,
          record.detail);
 
-  char buffer[kSendBufferSize];
+  char buffer[kSendBufferSize] = "";
   const int length = snprintf(buffer, sizeof(buffer), "%d@@%d@@%s@@%s@@%s", record.pid, shown,
                               record.event, record.process, record.detail);
   if (length < 0 || static_cast<size_t>(length) >= sizeof(buffer)) {
@@ -76,9 +65,10 @@ void reportEvent(int32_t pid, int64_t value, const char* event, const char* proc
   }
   TW_LOG(nullptr, "socket sendbuff = %s", buffer);
 
-  // A service that takes only the head of a record has not got it either.
+  // A connection just made has room for the whole record, so there is nothing to wait for. A
+  // service that takes only the head of one has not got it either.
   const size_t size = strlen(buffer) + 1;
-  const ssize_t written = send_record(fd.get(), buffer, size);
+  const ssize_t written = ::send(fd.get(), buffer, size, MSG_NOSIGNAL | MSG_DONTWAIT);
   if (written < 0 || static_cast<size_t>(written) != size) {
     TW_LOG(nullptr, "trigger vk service written:%zu", static_cast<size_t>(written));
   }

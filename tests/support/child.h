@@ -8,6 +8,9 @@
 
 #include "platform/unique_fd.h"
 
+// Forks until new processes get pids that are watched: a fresh container starts at 1.
+void pass_low_pids();
+
 class Child {
  public:
   // Starts the program under `arg0` as the first argument of its command line, with descriptors 0

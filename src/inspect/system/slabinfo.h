@@ -15,7 +15,8 @@
 // file cannot be opened (logged). Cycle's thread only.
 TW_EXPORT uint32_t tw_system_check_slabinfo(tw_slabinfo_t* slabinfo);
 
-// Reports a header and the first `top_n` rows (at most 256), empty ones included. Cycle's thread
+// Reports a header and the first `top_n` rows (at most 256; none below 1), empty ones included.
+// `slabinfo` must not be null. Cycle's thread
 // only.
 TW_EXPORT void tw_slabinfo_dump(const tw_slabinfo_t* slabinfo, int32_t top_n);
 
