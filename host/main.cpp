@@ -4,7 +4,9 @@
 
 #include <CLI/CLI.hpp>
 #include <exception>
+#include <functional>
 
+#include "host/inspect_command.h"
 #include "host/listen_command.h"
 #include "host/output.h"
 #include "host/until_signal.h"
@@ -37,6 +39,8 @@ standard output: "record: " and its text, unprintable bytes as \xNN and the back
 Signals:
   SIGUSR1          pause at the end of the pass under way
   SIGUSR2          resume
+  SIGQUIT          when the pass under way has ended, or at once if paused, print two listings:
+                   processes with suspicious numbers, and the memory of interesting ones
   SIGINT, SIGTERM  end at once, with status 0
 
 Exit status: 0 when ended by a signal, 1 when there is nothing to watch or the process file system
@@ -118,11 +122,18 @@ int run(int argc, char** argv) {
       ->option_text("N")
       ->check(CLI::Range(1U, UINT32_MAX));
 
+  std::function<int()> inspect;
+  host::add_inspect_commands(app, &inspect);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : kWrongUsage;
   }
+  if (inspect) {
+    return inspect();
+  }
+  host::block_signals();
   return watch_command->parsed() ? host::run_watch(watch) : host::run_listen(listen);
 }
 
@@ -131,7 +142,6 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   hold_standard_descriptors();
   ::signal(SIGPIPE, SIG_DFL);
-  host::block_signals();
   try {
     return run(argc, argv);
   } catch (const std::exception& error) {

@@ -35,7 +35,7 @@ sigset_t signal_set(std::initializer_list<int> signals) {
 }
 
 void block_signals() {
-  const sigset_t set = signal_set({SIGINT, SIGTERM, SIGUSR1, SIGUSR2});
+  const sigset_t set = signal_set({SIGINT, SIGTERM, SIGQUIT, SIGUSR1, SIGUSR2});
   pthread_sigmask(SIG_SETMASK, &set, nullptr);
 }
 

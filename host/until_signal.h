@@ -12,8 +12,8 @@ namespace host {
 
 sigset_t signal_set(std::initializer_list<int> signals);
 
-// Blocks SIGINT, SIGTERM, SIGUSR1 and SIGUSR2, and no other signal, in the calling thread and all
-// that it starts. To be called before any thread is started.
+// Blocks SIGINT, SIGTERM, SIGQUIT, SIGUSR1 and SIGUSR2, and no other signal, in the calling thread
+// and all that it starts. To be called before any thread is started.
 void block_signals();
 
 // Runs `work` on a thread of its own, for good, and returns its result when it returns; or 0 as

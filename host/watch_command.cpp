@@ -64,11 +64,15 @@ int run_cycle(const std::string& proc_root) {
 
 // On a thread of its own, since a call to the library waits for its output, and the end of the
 // program must not.
-void pause_and_resume_by_signal() {
+void obey_signals() {
   std::thread([] {
-    const sigset_t set = signal_set({SIGUSR1, SIGUSR2});
+    const sigset_t set = signal_set({SIGQUIT, SIGUSR1, SIGUSR2});
     for (int signal = 0; sigwait(&set, &signal) == 0;) {
-      taskwarden_notify(signal == SIGUSR1 ? 1 : 0);
+      if (signal == SIGQUIT) {
+        taskwarden_request_dump();
+      } else {
+        taskwarden_notify(signal == SIGUSR1 ? 1 : 0);
+      }
     }
   }).detach();
 }
@@ -87,7 +91,7 @@ int run_watch(const WatchOptions& options) {
   if (!options.no_service) {
     answer_records();
   }
-  pause_and_resume_by_signal();
+  obey_signals();
   return run_until_signal([root = options.proc_root] { return run_cycle(root); });
 }
 

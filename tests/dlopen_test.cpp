@@ -40,15 +40,14 @@ TEST(SharedLibrary, RunsItsCycleBesideTheHostToTheEnd) {
   LIBRARYS(taskwarden_set_output)(Reports::take, &reports);
   // Threads look like processes, and these are few: a pass is done in one slice.
   LIBRARYS(taskwarden_set_proc_root)("/proc/self/task");
-  std::thread(LIBRARYS(taskwarden_start)).detach();
-  EXPECT_TRUE(reports.have("Start the Task Warden\n"));
-
   const auto hammer = [=] {
     for (int i = 1; i <= 1000; ++i) notify(i);
   };
   std::thread one(hammer), other(hammer);
+  std::thread(LIBRARYS(taskwarden_start)).detach();
   for (int i = 1; i <= 1000; ++i) add("nobody");
   for (std::thread* hammering : {&one, &other}) hammering->join();
+  EXPECT_TRUE(reports.have("Start the Task Warden\n"));
   add("the last");
   EXPECT_TRUE(reports.have("the last\n"));
   for (const bool loaded : {true, false}) {

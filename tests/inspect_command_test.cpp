@@ -1,0 +1,178 @@
+// `taskwarden inspect`, `slabs` and `meminfo`, as a user runs them.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "support/child.h"
+#include "support/made_tree.h"
+
+namespace {
+
+using Json = nlohmann::json;
+
+struct Ended {
+  int status;
+  std::string output;  // both of its outputs
+  Json json() const { return Json::parse(output, nullptr, false); }
+};
+
+Ended run(const std::string& arguments, bool as_nobody = false) {
+  const std::string user =
+      as_nobody && getuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "";
+  FILE* const pipe = popen((user + TASKWARDEN_PROGRAM " " + arguments + " 2>&1").c_str(), "re");
+  std::string output;
+  for (int c; (c = getc(pipe)) != EOF;) {
+    output += static_cast<char>(c);
+  }
+  return {WEXITSTATUS(pclose(pipe)), output};
+}
+
+// Holds `json` against the reasons expected, an empty one for a value that does not exist.
+void expect_nulls(const Json& json, const std::map<std::string, std::string>& reasons) {
+  for (const auto& [key, reason] : reasons) {
+    EXPECT_TRUE(json[key].is_null()) << key << ": " << json;
+    EXPECT_EQ(json["unreadable"].contains(key), !reason.empty()) << key << ": " << json;
+    EXPECT_NE(json["unreadable"].value(key, "").find(reason), std::string::npos) << json;
+  }
+}
+
+TEST(InspectCommand, SeesThreadsAndFilesOfARealProcess) {
+  Child child("odd\xff\x1b\\name");
+  for (const char* command : {"threads Thread- 5", "sockets 12", "table 300"}) {
+    child.command(command);
+  }
+  const std::string pid = std::to_string(child.pid());
+  const Json seen = run("inspect --json " + pid).json();
+  const Json expected = {
+      {"pid", child.pid()},
+      {"name", "odd\ufffd\x1b\\name#" + pid},
+      {"parent", getpid()},
+      {"threads", 6},
+      {"thread_names",
+       {{{"count", 5}, {"name", "<THREAD>"}}, {{"count", 1}, {"name", "taskwarden_test"}}}},
+      {"descriptors", 15},
+      {"descriptor_table", 512},
+      {"open_files",
+       {{{"count", 12}, {"kind", "<SOCKET>"}},
+        {{"count", 2}, {"kind", "<PIPE>"}},
+        {{"count", 1}, {"kind", "/dev/null"}}}},
+      {"unreadable", Json::object()}};
+  for (const auto& [key, value] : expected.items()) {
+    EXPECT_EQ(seen[key], value);
+  }
+  EXPECT_GE(seen["peak_kb"], seen["resident_kb"]);
+  ASSERT_EQ(seen["divisions"].size(), 18U);
+  EXPECT_EQ(seen["divisions"][5]["division"], "STACK");
+  EXPECT_GT(seen["divisions"][5]["resident_kb"], 0);
+
+  const std::string text = run("inspect " + pid).output;
+  EXPECT_NE(text.find("odd\\xFF\\x1B\\\\name#" + pid), std::string::npos) << text;
+  EXPECT_NE(text.find("\n     12  <SOCKET>\n      2  <PIPE>\n"), std::string::npos) << text;
+}
+
+TEST(InspectCommand, TellsWhatAnOrdinaryUserMayNotRead) {
+  const Ended denied = run("inspect --json " + std::to_string(getuid() == 0 ? getpid() : 1), true);
+  if (denied.status > 2) {
+    GTEST_SKIP() << "an ordinary user cannot run the program where it was built";
+  }
+  EXPECT_EQ(denied.status, 0);
+  EXPECT_GT(denied.json()["threads"], 0);
+  const std::string reason = "Permission denied";
+  expect_nulls(denied.json(),
+               {{"divisions", reason}, {"descriptors", reason}, {"open_files", reason}});
+  const Ended slabs = run("slabs", true);
+  EXPECT_EQ(slabs.status, 1);
+  EXPECT_EQ(slabs.output.find("count        not readable: "), 0U) << slabs.output;
+}
+
+TEST(InspectCommand, TellsWhatDoesNotExistFromWhatFails) {
+  MadeTree tree({{.pid = 7, .fds = 0}, {.pid = 8}});
+  tree.write("7/status", "Name:\tkworker\nState:\tI\nPPid:\t2\nFDSize:\t64\nThreads:\t1\n");
+  tree.write("7/smaps", "");
+  tree.write("8/status", "Name:\tapp\nState:\tS\nVmHWM:\t9 kB\nPPid:");
+  tree.write("8/smaps", "no area\n");
+  tree.remove("8/fd");
+  const std::string root = " --json --proc-root " + tree.root().string();
+
+  const Json kernel_thread = run("inspect 7" + root).json();
+  expect_nulls(kernel_thread, {{"resident_kb", ""}, {"peak_kb", ""}, {"divisions", ""}});
+  EXPECT_EQ(kernel_thread["open_files"], Json::array());
+
+  const Json half = run("inspect 8" + root).json();
+  EXPECT_EQ(half["peak_kb"], 9);
+  EXPECT_EQ(half["thread_names"][0]["name"], "<THREAD>");
+  expect_nulls(half, {{"parent", "failed to get proc 8's PPid"},
+                      {"threads", "failed to get proc 8's PPid"},
+                      {"resident_kb", "failed to get proc 8's PPid"},
+                      {"divisions", "failed to parse \"no area"},
+                      {"descriptors", "No such file"},
+                      {"open_files", "No such file"}});
+}
+
+TEST(InspectCommand, ExitStatus) {
+  const MadeTree empty;
+  const std::tuple<std::string, int, const char*> rows[] = {
+      {"inspect 4242 --proc-root " + empty.root().string(), 1, "no process at"},
+      {"meminfo --proc-root " + empty.root().string(), 1, "nothing could be read: No such file"},
+      {"inspect", 2, "PID"},
+      {"inspect 0", 2, "PID"},
+      {"inspect -- -7", 2, "PID"},
+      {"inspect 0x10", 2, "PID"},
+      {"slabs --top 257", 2, "--top"},
+  };
+  for (const auto& [arguments, status, text] : rows) {
+    const Ended ended = run(arguments);
+    EXPECT_EQ(ended.status, status) << arguments;
+    EXPECT_NE(ended.output.find(text), std::string::npos) << arguments << ": " << ended.output;
+  }
+}
+
+// The machine's own caches if they can be read, held still.
+TEST(InspectCommand, RanksTheCaches) {
+  std::stringstream caches;
+  caches << std::ifstream("/proc/slabinfo").rdbuf();
+  caches.clear();
+  caches << "huge 2000000 2000000 4096 8\nidle 0 9 64 64\n";
+  MadeTree tree;
+  tree.write("slabinfo", caches.str());
+  std::vector<std::pair<int64_t, std::string>> expected;
+  int64_t total = 0;
+  for (std::string line; std::getline(caches, line);) {
+    std::string name;
+    int64_t live = 0;
+    int64_t size = 0;
+    if (std::istringstream(line) >> name >> live >> size >> size && live > 0) {
+      expected.emplace_back(-live * size, name);
+      total += live * size;
+    }
+  }
+  std::sort(expected.begin(), expected.end());
+  const Json seen = run("slabs --json --top 256 --proc-root " + tree.root().string()).json();
+  EXPECT_EQ(seen["total_bytes"], total);
+  ASSERT_EQ(seen["caches"].size(), expected.size());
+  for (size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_EQ(seen["caches"][i]["total_bytes"], -expected[i].first);
+    EXPECT_EQ(seen["caches"][i]["name"], expected[i].second);
+  }
+}
+
+TEST(InspectCommand, TellsMissingFiguresFromZero) {
+  MadeTree tree;
+  tree.write("meminfo", "MemTotal: 3221225472 kB\nMemFree: 0 kB\nSUnreclaim: 5 kB\n");
+  EXPECT_EQ(run("meminfo --json --proc-root " + tree.root().string()).output,
+            R"({"mem_total_kb":null,"mem_free_kb":0,"mem_available_kb":null,"sunreclaim_kb":5,)"
+            R"("unreadable":{"mem_total_kb":"2 TiB or more","mem_available_kb":"not in the file"}})"
+            "\n");
+  EXPECT_EQ(run("meminfo").output.find("mem total kB      "), 0U);
+}
+
+}  // namespace
