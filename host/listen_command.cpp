@@ -34,6 +34,7 @@ int print_records(const ListenOptions& options, unique_fd listener) {
 }  // namespace
 
 int run_listen(const ListenOptions& options) {
+  block_signals({});
   const auto listener = std::make_shared<unique_fd>(listen_on(options.name));
   if (!listener->ok()) {
     const std::string reason =

@@ -9,7 +9,6 @@
 #include "host/inspect_command.h"
 #include "host/listen_command.h"
 #include "host/output.h"
-#include "host/until_signal.h"
 #include "host/watch_command.h"
 #include "platform/unique_fd.h"
 
@@ -133,7 +132,6 @@ int run(int argc, char** argv) {
   if (inspect) {
     return inspect();
   }
-  host::block_signals();
   return watch_command->parsed() ? host::run_watch(watch) : host::run_listen(listen);
 }
 

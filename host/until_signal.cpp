@@ -34,8 +34,10 @@ sigset_t signal_set(std::initializer_list<int> signals) {
   return set;
 }
 
-void block_signals() {
-  const sigset_t set = signal_set({SIGINT, SIGTERM, SIGQUIT, SIGUSR1, SIGUSR2});
+void block_signals(std::initializer_list<int> others) {
+  sigset_t set = signal_set(others);
+  sigaddset(&set, SIGINT);
+  sigaddset(&set, SIGTERM);
   pthread_sigmask(SIG_SETMASK, &set, nullptr);
 }
 

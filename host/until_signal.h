@@ -12,9 +12,9 @@ namespace host {
 
 sigset_t signal_set(std::initializer_list<int> signals);
 
-// Blocks SIGINT, SIGTERM, SIGQUIT, SIGUSR1 and SIGUSR2, and no other signal, in the calling thread
-// and all that it starts. To be called before any thread is started.
-void block_signals();
+// Blocks SIGINT, SIGTERM and `others`, and no other signal, in the calling thread and all that it
+// starts. To be called before any thread is started.
+void block_signals(std::initializer_list<int> others);
 
 // Runs `work` on a thread of its own, for good, and returns its result when it returns; or 0 as
 // soon as SIGINT or SIGTERM arrives, while `work` still runs: the caller then returns from main()

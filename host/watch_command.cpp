@@ -80,6 +80,7 @@ void obey_signals() {
 }  // namespace
 
 int run_watch(const WatchOptions& options) {
+  block_signals({SIGQUIT, SIGUSR1, SIGUSR2});
   if (!options.interest.empty()) {
     ::setenv("TW_STATS_INTEREST", options.interest.c_str(), 1);
   }

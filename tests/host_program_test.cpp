@@ -67,6 +67,9 @@ TEST(HostProgram, PausesResumesAndEndsAtOnce) {
     program.until("Start the Task Warden\n");
     kill(program.pid(), SIGUSR1);
     EXPECT_TRUE(program.until("-> taskwarden is paused...\n").ends_with("paused...\n"));
+    kill(program.pid(), SIGQUIT);
+    EXPECT_TRUE(program.until("Dump the interested processes:\n").ends_with("processes:\n"));
+    program.until("-> taskwarden is paused...\n");
     kill(program.pid(), SIGUSR2);
     EXPECT_TRUE(program.until("continues to run\n").ends_with("run\n"));
     const auto begin = std::chrono::steady_clock::now();

@@ -124,9 +124,8 @@ TEST(Live, ThousandsComeAndGo) {
   pid_t child = 0;
   for (int wave = 0; wave < 3; ++wave) {
     std::vector<pid_t> crowd;
-    for (; crowd.size() < 1000 && (child = fork()) >= 0; crowd.push_back(child)) {
-      if (child == 0) _exit(static_cast<int>(sleep(100)));
-    }
+    while (crowd.size() < 1000 && (child = fork()) > 0) crowd.push_back(child);
+    if (child == 0) _exit(static_cast<int>(sleep(100)));
     const auto have = [&](auto field) {
       return std::ranges::count_if(crowd, [&](pid_t p) { return list->entries[p].*field != 0; });
     };
@@ -141,9 +140,8 @@ TEST(Live, ThousandsComeAndGo) {
   EXPECT_LT(mallinfo2().uordblks, heap + 16384);
   EXPECT_EQ(self.open_files, before.open_files);
   // The slots of all pids given out meanwhile, and half a MiB for pages of the program's own.
-  const size_t room_kb =
-      static_cast<size_t>(std::abs(child - getpid())) * sizeof(Slot) / 1024 + 512;
-  EXPECT_LT(heap > 0 ? self.vm_rss_kb : 0, before.vm_rss_kb + room_kb);
+  const size_t kb = static_cast<size_t>(std::abs(child - getpid())) * sizeof(Slot) / 1024 + 512;
+  EXPECT_LT(heap > 0 ? self.vm_rss_kb : 0, before.vm_rss_kb + kb);
   size_t shown = 0, known = 0;
   for (int i = 0; i < 200 && (i == 0 || known != shown || list->count != shown); ++i) {
     pass();

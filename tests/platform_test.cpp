@@ -1,11 +1,16 @@
 // What the library stands on and reports through: outputs, clock, pool, blocks and event socket.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <fstream>
 #include <thread>
 
 #include "blocks/tagged_block.h"
 #include "platform/clock.h"
+#include "platform/directory.h"
 #include "platform/output.h"
+#include "platform/properties.h"
 #include "proctable/pool.h"
 #include "report/event_socket.h"
 #include "report/reporter.h"
@@ -61,6 +66,24 @@ TEST(Platform, KeepsItsLimits) {
   const auto [entries, slots] = tw_process_pool_reserve(UINT64_MAX);
   EXPECT_TRUE(slots == 4194304 && entries[slots - 1].pid++ == 0);
   EXPECT_EQ(tw_process_pool_reserve(35000).slots + tw_process_pool_reserve(35001).slots, 70001U);
+  EXPECT_EXIT(
+      {
+        rlim_t pages = 0;  // of addresses in use: 64 MiB more, and the reservation is refused
+        std::ifstream("/proc/self/statm") >> pages;
+        rlimit limit;
+        getrlimit(RLIMIT_AS, &limit);
+        limit.rlim_cur = pages * 4096 + (64 << 20);
+        setrlimit(RLIMIT_AS, &limit);
+        _exit(tw_process_pool_reserve(UINT64_MAX).slots == TW_PROCESS_SLOTS ? 7 : 1);
+      },
+      testing::ExitedWithCode(7), "");
+  char value[PROPERTY_VALUE_MAX];
+  setenv("TW_TEST_A", std::string(200, 'x').c_str(), 1);
+  EXPECT_EQ(property_get("tw.test.a", value, "d"), 91);
+  setenv("TW_TEST_A", "", 1);
+  EXPECT_EQ(property_get("tw.test.a", value, "d") + value[0], 1 + 'd');
+  EXPECT_EQ(tw_entry_type(AT_FDCWD, "/proc/self", DT_UNKNOWN), DT_LNK);
+  EXPECT_EQ(tw_entry_type(AT_FDCWD, "/proc/none", DT_UNKNOWN), DT_UNKNOWN);
 }
 
 TEST(TaggedBlock, IsKnownFromAllocationToRelease) {

@@ -7,7 +7,7 @@ enum { ANDROID_SOCKET_NAMESPACE_ABSTRACT = 0 };
 
 // The longest that connecting may take, in milliseconds. A sender has work of its own to do, and
 // the two together are to stay under 100.
-inline constexpr int TW_SOCKET_WAIT_MS = 80;
+inline constexpr int TW_SOCKET_WAIT_MS = 50;
 
 // Connects to the socket `name` in the abstract namespace (the only `namespace_id` there is) with
 // the given `type`, such as SOCK_STREAM. Returns the connected descriptor, close-on-exec, owned by
