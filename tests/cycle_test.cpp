@@ -39,9 +39,7 @@ std::string overload(int ms, int count, int total) {
 }
 
 TEST(Cycle, RestsAndOverloadsAreTheStatedOnes) {
-  const Steps sixty = {60};
-  const std::vector<Steps> five(5, sixty);
-  const std::vector<Steps> six(6, sixty);
+  const std::vector<Steps> five(5, Steps{60}), six(6, Steps{60});
   const struct {
     const char* what;
     int processes;
@@ -68,16 +66,12 @@ TEST(Cycle, RestsAndOverloadsAreTheStatedOnes) {
     SCOPED_TRACE(row.what);
     fresh_table();
     MadeTree tree;
-    for (int i = 0; i < row.processes; ++i) {
-      tree.put({.pid = 300 + i, .ppid = 2});
-    }
+    for (int i = 0; i < row.processes; ++i) tree.put({.pid = 300 + i, .ppid = 2});
     CapturedOutput output;
     FakeClock clock;
     clock.steps_ms.assign(row.steps.begin(), row.steps.end());
     clock.on_rest = [&] {
-      if (clock.rests_ms.size() == row.rests.size()) {
-        std::filesystem::remove_all(tree.root());
-      }
+      if (clock.rests_ms.size() == row.rests.size()) std::filesystem::remove_all(tree.root());
     };
     EXPECT_EQ(taskwarden_start(), -1);
     EXPECT_EQ(clock.rests_ms, row.rests);
@@ -103,8 +97,7 @@ TEST(Cycle, PausesAtAPassesEndOnly) {
   tw_process_list* list = fresh_table();
   MadeTree tree({{.pid = 300, .ppid = 2}, {.pid = 301, .ppid = 2}});
   FakeClock clock;
-  const Steps steps = pass(60, {{5}, {5}});
-  clock.steps_ms.assign(steps.begin(), steps.end());
+  clock.steps_ms = {0, 0, 60, 0, 0, 5, 0, 5, 0};
   CapturedOutput output;
   std::binary_semaphore paused(0);
   output.on_report = [&](std::string_view text) {
@@ -115,6 +108,7 @@ TEST(Cycle, PausesAtAPassesEndOnly) {
     }
   };
   clock.on_rest = [&] {
+    clock.steps_ms.insert(clock.steps_ms.end(), {0, 0, 0, 0, 0, 1});
     if (clock.rests_ms.size() == 1) {  // in mid-pass; withdrawn and requested again
       EXPECT_EQ(output.report(), "Start the Task Warden\nNo builtin interested list\n");
       taskwarden_notify(1);
@@ -129,10 +123,6 @@ TEST(Cycle, PausesAtAPassesEndOnly) {
     EXPECT_EQ(list->count, 2U);  // nothing is scanned while paused
     taskwarden_notify(0);
   });
-  clock.on_rest = [&, inner = clock.on_rest] {
-    clock.steps_ms.insert(clock.steps_ms.end(), {0, 0, 0, 0, 0, 1});
-    inner();
-  };
   EXPECT_EQ(taskwarden_start(), -1);
   resumer.join();
   EXPECT_EQ(list->count, 3U);
@@ -154,9 +144,7 @@ TEST(Cycle, DumpsBetweenPassesAndWhilePaused) {
     std::filesystem::remove_all(tree.root());
   };
   output.on_report = [&](std::string_view text) {
-    if (text == "-> taskwarden is paused...\n") {
-      paused.release();
-    }
+    if (text == "-> taskwarden is paused...\n") paused.release();
   };
   taskwarden_request_dump();
   taskwarden_request_dump();  // one dump for both

@@ -1,8 +1,8 @@
 // The event framework: hubs at their limits, routing, collectors and the handler.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstring>
+#include <type_traits>
 
 #include "audit/audit_event_handler.h"
 #include "audit/audit_event_manager.h"
@@ -70,90 +70,67 @@ TEST(Hubs, MemoryAndProcessCountLimits) {
   EXPECT_EQ(counts(9000, 501, 501, 1001), (Ids{259, 258, 257}));
 }
 
-TEST(Hubs, ProcessLevelsAtEachLimit) {
+class Levels : public testing::Test {
+ protected:
   using D = tw_process_desc;
-  constexpr uint64_t kPeak = 777;  // what the level of the resident size becomes
-  const std::string grew = "\" increasement, peak";
-  const struct {
-    int32_t id;
-    std::string event, detail;
-    uint64_t D::*size;
-    int32_t D::*count;
-    std::vector<std::array<uint64_t, 3>> limits;  // level, the most that is quiet, what fires
-  } rows[] = {
-      {1536,
-       "Event_ResidentSize",
-       "RSS increasement, peak",
-       &D::vm_rss_kb,
-       nullptr,
-       {{100000, 110240, 110241}, {10000, 15000, 15001}, {0, 0, 1}}},
-      {1793,
-       "Event_VssHeap",
-       "VSS \"HEAP" + grew,
-       &D::vss_heap_kb,
-       nullptr,
-       {{60000, 90000, 90001}, {200000, 251200, 251201}}},
-      {1792, "Event_VssDalvik", "VSS \"DALVIK" + grew, &D::vss_dalvik_kb, nullptr, {{10, 15, 16}}},
-      {1794, "Event_VssAshmem", "VSS \"ASHMEM" + grew, &D::vss_ashmem_kb, nullptr, {{10, 15, 16}}},
-      {1795, "Event_VssKgsl", "VSS \"KGSL" + grew, &D::vss_kgsl_kb, nullptr, {{1, 1, 4294967298}}},
-      {1796, "Event_VssDmaBuf", "VSS \"DMABUF" + grew, &D::vss_dmabuf_kb, nullptr, {{10, 15, 16}}},
-      {1024,
-       "Event_ThreadAmount",
-       "running threads amount,",
-       nullptr,
-       &D::threads,
-       {{10, 15, 16}, {1400000000, 2100000000, 2100000001}}},
-      {1280, "Event_OpenFileAmount", "open files amount,", nullptr, &D::open_files, {{6, 9, 10}}},
-      {1281, "Event_OpenFileFDSize", "open files FDSize,", nullptr, &D::fd_size, {{64, 64, 65}}}};
-  RecordListener listener;
-  tw_process_entry all = {};
-  Ids ids;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.event);
+  // At `level`, `quiet` is the most that raises nothing, and one more raises `id`. The level kept
+  // is in another field than the size for the resident one only.
+  template <typename T>
+  void check(int32_t id, const std::string& event, const std::string& what, T D::*size,
+             std::type_identity_t<T> level, std::type_identity_t<T> quiet, T D::*kept = nullptr) {
+    SCOPED_TRACE(event);
     CapturedOutput output;
     tw_process_entry entry = {};
     entry.pid = 7;
     strcpy(entry.desc.name, "p#7");
-    const auto poll_at = [&](uint64_t level, uint64_t current) {
-      if (row.count != nullptr) {
-        entry.baseline.*row.count = static_cast<int32_t>(level);
-        entry.desc.*row.count = static_cast<int32_t>(current);
-      } else {
-        entry.baseline.*row.size = entry.baseline.vm_hwm_kb = level;
-        entry.desc.*row.size = current;
-        entry.desc.vm_hwm_kb = kPeak;
-      }
-      return poll(AUDIT_SOURCE_PROCENTRY, &entry);
-    };
-    const auto level = [&] {
-      return row.count != nullptr ? static_cast<uint64_t>(entry.baseline.*row.count)
-             : row.id == 1536     ? entry.baseline.vm_hwm_kb
-                                  : entry.baseline.*row.size;
-    };
-    for (const auto& [reference, quiet, firing] : row.limits) {
-      EXPECT_EQ(poll_at(reference, quiet), Ids{});
-      EXPECT_EQ(level(), reference);
-      EXPECT_EQ(poll_at(reference, firing), Ids{row.id});
-      EXPECT_EQ(level(), row.id == 1536 ? kPeak : firing);
-      const std::string shown = std::to_string(static_cast<uint32_t>(firing));
-      EXPECT_EQ(output.report(), block(row.event, " by proc 7 \"p#7\": " + row.detail + " " +
-                                                      std::to_string(reference) + " -> " + shown));
-      const bool sent = row.id >= 1792 && row.id != 1794;
-      EXPECT_EQ(listener.next(0),
-                sent ? "7@@" + shown + "@@" + row.event + "@@p#7@@" + '\0' : "(nothing)");
-    }
-    if (row.id >= 1792) {
-      EXPECT_EQ(poll_at(0, 60000), Ids{});  // the first size seen is only kept
-      EXPECT_EQ(level(), 60000U);
-    }
-    (row.count ? all.desc.*row.count = 9 : 0);
-    (row.size ? all.desc.*row.size = 9, all.baseline.*row.size = 1 : 0);
-    ids.push_back(row.id);
+    if (kept == nullptr) kept = size;
+    entry.desc.*kept = 777;
+    entry.desc.*size = quiet;
+    entry.baseline.*kept = level;
+    EXPECT_EQ(poll(AUDIT_SOURCE_PROCENTRY, &entry), Ids{});
+    EXPECT_EQ(entry.baseline.*kept, level);
+    entry.desc.*size += 1;
+    EXPECT_EQ(poll(AUDIT_SOURCE_PROCENTRY, &entry), Ids{id});
+    EXPECT_EQ(entry.baseline.*kept, entry.desc.*kept);
+    const std::string shown = std::to_string(static_cast<uint32_t>(entry.desc.*size));
+    EXPECT_EQ(output.report(), block(event, " by proc 7 \"p#7\": " + what + " " +
+                                                std::to_string(level) + " -> " + shown));
+    const bool sent = id >= 1792 && id != 1794;
+    EXPECT_EQ(listener.next(0),
+              sent ? "7@@" + shown + "@@" + event + "@@p#7@@" + '\0' : "(nothing)");
+    entry.baseline.*kept = 0;  // the first mapped size seen is only kept
+    EXPECT_EQ(poll(AUDIT_SOURCE_PROCENTRY, &entry), id >= 1792 ? Ids{} : Ids{id});
+    EXPECT_EQ(entry.baseline.*kept, entry.desc.*kept);
+    all.desc.*size = 9;
+    all.baseline.*size = 1;
   }
-  EXPECT_EQ(poll(AUDIT_SOURCE_PROCENTRY, &all), ids);  // in this order
+  RecordListener listener;
+  tw_process_entry all = {};
+};
+
+TEST_F(Levels, AtEachLimitAndInOrder) {
+  const std::string rss = "RSS increasement, peak";
+  const auto vss = [](const char* name) { return "VSS \""s + name + "\" increasement, peak"; };
+  check(1536, "Event_ResidentSize", rss, &D::vm_rss_kb, 100000, 110240, &D::vm_hwm_kb);
+  check(1536, "Event_ResidentSize", rss, &D::vm_rss_kb, 10000, 15000, &D::vm_hwm_kb);
+  check(1536, "Event_ResidentSize", rss, &D::vm_rss_kb, 0, 0, &D::vm_hwm_kb);
+  check(1793, "Event_VssHeap", vss("HEAP"), &D::vss_heap_kb, 60000, 90000);
+  check(1793, "Event_VssHeap", vss("HEAP"), &D::vss_heap_kb, 200000, 251200);
+  check(1792, "Event_VssDalvik", vss("DALVIK"), &D::vss_dalvik_kb, 10, 15);
+  check(1794, "Event_VssAshmem", vss("ASHMEM"), &D::vss_ashmem_kb, 10, 15);
+  check(1795, "Event_VssKgsl", vss("KGSL"), &D::vss_kgsl_kb, 4294917000, 4294968200);
+  check(1796, "Event_VssDmaBuf", vss("DMABUF"), &D::vss_dmabuf_kb, 10, 15);
+  const std::string threads = "running threads amount,";
+  check(1024, "Event_ThreadAmount", threads, &D::threads, 10, 15);
+  check(1024, "Event_ThreadAmount", threads, &D::threads, 1400000000, 2100000000);
+  check(1280, "Event_OpenFileAmount", "open files amount,", &D::open_files, 6, 9);
+  check(1281, "Event_OpenFileFDSize", "open files FDSize,", &D::fd_size, 64, 64);
+  EXPECT_EQ(poll(AUDIT_SOURCE_PROCENTRY, &all),
+            (Ids{1536, 1793, 1792, 1794, 1795, 1796, 1024, 1280, 1281}));
 }
 
 struct Noter final : AuditEventListener {
+  Noter(char tag, std::string* to) : name(tag), notes(to) {}
   bool onEventIncoming(AuditEvent* event) override {
     *notes += name + std::to_string(event->id) + "/" + std::to_string(event->source) + " ";
     return false;
@@ -168,10 +145,7 @@ TEST(Framework, RoutesEventsInOrder) {
   ProcEntryEventHub entries;
   entries.source = 32;
   std::string notes;
-  Noter a;
-  Noter b;
-  a.name = 'a', b.name = 'b';
-  a.notes = b.notes = &notes;
+  Noter a('a', &notes), b('b', &notes);
   manager.pollEvents(64, nullptr);
   manager.addListener(32, &a);
   EXPECT_FALSE(manager.deliverEvent(32, 768, nullptr));
@@ -221,11 +195,6 @@ class Ranking : public testing::Test {
     }
     return pids;
   }
-  ~Ranking() override {
-    for (uint32_t pid = 300; pid < 320; ++pid) {
-      list->entries[pid] = {};
-    }
-  }
   tw_process_list* list = fresh_table();
   CapturedOutput output;
 };
@@ -234,9 +203,7 @@ TEST_F(Ranking, AdmitsEvictsAndDropsTheFreed) {
   ProcessCollector* native = list->native_collector;
   EXPECT_STREQ(native->name, "Non-runtime");
   EXPECT_STREQ(list->runtime_collector->name, "Runtime");
-  for (uint32_t pid = 300; pid < 305; ++pid) {
-    EXPECT_EQ(offer(pid, pid < 302 ? 50 : 100), 1);
-  }
+  for (uint32_t pid = 300; pid < 305; ++pid) EXPECT_EQ(offer(pid, pid < 302 ? 50 : 100), 1);
   EXPECT_EQ(offer(305, 50), 0);   // equal to the smallest
   EXPECT_EQ(offer(304, 500), 0);  // a member already, though larger
   EXPECT_EQ(offer(306, 51), 1);   // the first of two smallest goes
@@ -267,12 +234,8 @@ TEST_F(Ranking, IsAnnouncedAndMarksTheInteresting) {
     offer(pid, 100 + pid % 2, 1, pid == 300 ? "keep" : "50%s");
   }
   list->native_collector->changes.clear();
-  for (uint32_t pid : {300U, 302U}) {
-    list->entries[pid].interested = true;
-  }
-  offer(305, 900);
-  offer(306, 800);
-  offer(307, 700);
+  list->entries[300].interested = list->entries[302].interested = true;
+  for (uint32_t pid : {305U, 306U, 307U}) offer(pid, 900 - 100 * (pid - 305));
   list->entries[305] = {};  // freed while its change is pending
   output.report();
   tw_event_poll_process_list(list);

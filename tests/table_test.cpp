@@ -1,6 +1,7 @@
 // The scan and the inspection pass, on made trees.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "audit/audit_event_manager.h"
@@ -44,7 +45,7 @@ class Recorder final : public AuditEventListener {
 
 class Table : public testing::Test {
  protected:
-  tw_process_entry& slot(int pid) { return list->entries[pid]; }
+  tw_process_entry& slot(size_t pid) { return list->entries[pid]; }
   // One whole pass with the given budgets, scan included; returns the slices it took.
   int pass(int32_t budget = 1 << 20) {
     EXPECT_EQ(tw_process_list_refresh(list), 0);
@@ -79,7 +80,7 @@ TEST_F(Table, ScanTakesDirectoriesOfPidsFrom300On) {
   EXPECT_EQ(tw_process_list_refresh(list), 0);
   std::vector<uint32_t> pids = linked_pids(list);
   const std::vector<uint32_t> listed = pids;
-  std::sort(pids.begin(), pids.end());
+  std::ranges::sort(pids);
   EXPECT_EQ(pids, (std::vector<uint32_t>{300, 301, 34999}));
   EXPECT_STREQ(slot(34999).desc.name, "<dummy 34999>");
   const std::string log = output.log();
@@ -89,53 +90,46 @@ TEST_F(Table, ScanTakesDirectoriesOfPidsFrom300On) {
   list->native_count = list->runtime_count = list->kthread_count = list->remaining = 9;
   tree.put({.pid = 400});
   EXPECT_EQ(tw_process_list_refresh(list), 0);
-  EXPECT_EQ(list->head, &slot(400));
-  pids = linked_pids(list);
-  EXPECT_EQ(std::vector<uint32_t>(pids.begin() + 1, pids.end()), listed);
+  pids = listed;
+  pids.insert(pids.begin(), 400);
+  EXPECT_EQ(linked_pids(list), pids);
   EXPECT_EQ(list->native_count + list->runtime_count + list->kthread_count, 0U);
   EXPECT_EQ(list->remaining, 4U);
 }
 
 TEST_F(Table, SlicesStopAtTheBudgetAndGoneEntriesAreFree) {
-  for (int pid = 300; pid < 310; ++pid) {
-    tree.put({.pid = pid});
-  }
+  for (int pid = 300; pid < 310; ++pid) tree.put({.pid = pid});
   EXPECT_EQ(tw_process_list_refresh(list), 0);
   Recorder recorder(AUDIT_SOURCE_PROCENTRY);
   Recorder table_recorder(AUDIT_SOURCE_PROCLIST);
   std::vector<uint32_t> order = linked_pids(list);
-  for (const size_t gone : {0U, 1U, 2U, 4U, 9U}) {
-    tree.remove(static_cast<int>(order[gone]));
-  }
+  for (const size_t gone : {0U, 1U, 2U, 4U, 9U}) tree.remove(static_cast<int>(order[gone]));
   tw_process_entry* cursor = nullptr;
   clock.steps_ms = {0, 25, 25, 25};
   // Three gone at no cost, then live, gone, live, live: 75 ms.
   EXPECT_EQ(tw_process_list_iterate(list, list->head, 60, &cursor), 75);
-  EXPECT_EQ(cursor, &slot(static_cast<int>(order[7])));
+  EXPECT_EQ(cursor, &slot(order[7]));
   EXPECT_EQ(list->remaining, 3U);
-  EXPECT_EQ(list->head, &slot(static_cast<int>(order[3])));
+  EXPECT_EQ(list->head, &slot(order[3]));
   clock.steps_ms = {0, 1, 1};
   EXPECT_EQ(tw_process_list_iterate(list, cursor, 60, &cursor), 2);
   EXPECT_EQ(cursor, nullptr);
   EXPECT_EQ(std::count(recorder.seen.begin(), recorder.seen.end(), ';'), 5);
   EXPECT_EQ(recorder.seen.substr(0, 17), "769 <dummy " + std::to_string(order[0]) + ">;7");
-  EXPECT_TRUE(is_free(slot(static_cast<int>(order[4]))) &&
-              is_free(slot(static_cast<int>(order[9]))));
+  EXPECT_TRUE(is_free(slot(order[4])) && is_free(slot(order[9])));
   EXPECT_EQ(linked_pids(list),
             (std::vector<uint32_t>{order[3], order[5], order[6], order[7], order[8]}));
   EXPECT_EQ(output.log(), "");
 
   // With nothing to visit the closing steps still run, and the cursor is left alone.
   list->remaining = 2;
-  tw_process_entry* const untouched = cursor = list->head;
+  cursor = list->head;
   EXPECT_EQ(tw_process_list_iterate(list, nullptr, 60, &cursor), 0);
-  EXPECT_EQ(cursor, untouched);
-  cursor = nullptr;
-  tw_process_list_iterate(list, nullptr, 60, &cursor);
+  EXPECT_EQ(cursor, list->head);
   EXPECT_EQ(output.log(), "taskwarden stats|>> something goes wrong in past iterations (2)!!\n\n");
   list->remaining = 0;
-  slot(static_cast<int>(order[3])).desc.vm_rss_kb = 1;
-  list->native_collector->collect(&slot(static_cast<int>(order[3])));
+  slot(order[3]).desc.vm_rss_kb = 1;
+  list->native_collector->collect(&slot(order[3]));
   table_recorder.seen.clear();
   tw_process_list_iterate(list, nullptr, 60, &cursor);
   EXPECT_EQ(table_recorder.seen, "513;");
@@ -188,9 +182,7 @@ TEST_F(Table, BlocksTakenUnderADummyNameAreLetGo) {
   tree.remove("500/status");
   pass();
   EXPECT_TRUE(slot(500).baseline_taken);
-  for (int i = 0; i < 9; ++i) {
-    tree.link("500/fd/1" + std::to_string(i), "pipe:[1]");
-  }
+  for (int i = 0; i < 9; ++i) tree.link("500/fd/1" + std::to_string(i), "pipe:[1]");
   Recorder recorder(AUDIT_SOURCE_PROCENTRY);
   pass();
   EXPECT_EQ(recorder.seen, "1280 <dummy 500>;");

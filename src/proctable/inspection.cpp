@@ -119,8 +119,9 @@ int32_t tw_process_list_iterate(tw_process_list* list, tw_process_entry* start, 
   uint32_t visited = 0;
   int32_t spent = 0;
   tw_process_entry* entry = start;
+  tw_process_entry* next = nullptr;
   while (entry != nullptr) {
-    tw_process_entry* next = entry->next;
+    next = entry->next;
     *cursor = next;
     ++visited;
     if (!is_alive(*entry)) {
@@ -135,7 +136,7 @@ int32_t tw_process_list_iterate(tw_process_list* list, tw_process_entry* start, 
     entry = next;
   }
   list->remaining -= visited;
-  if (*cursor == nullptr) {
+  if (next == nullptr) {
     finish_pass(list);
   }
   return spent;

@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -12,20 +13,29 @@ namespace {
 
 tw_process_entry __procentries[TW_PROCESS_SLOTS];
 
+// A huge page would make one touched slot cost 2 MiB. Where the advice is unknown nothing is lost
+// but that.
+void advise_small_pages(void* memory, size_t size) {
+  const auto page = static_cast<uintptr_t>(::sysconf(_SC_PAGESIZE));
+  const auto start = reinterpret_cast<uintptr_t>(memory);
+  const uintptr_t from = (start + page - 1) / page * page;
+  ::madvise(reinterpret_cast<void*>(from), start + size - from, MADV_NOHUGEPAGE);
+}
+
 }  // namespace
 
 tw_process_pool tw_process_pool_reserve(uint64_t pid_limit) {
   if (pid_limit > TW_PROCESS_SLOTS) {
     const auto slots = static_cast<uint32_t>(std::min<uint64_t>(pid_limit, TW_LARGEST_PID_LIMIT));
-    void* memory = ::mmap(nullptr, slots * sizeof(tw_process_entry), PROT_READ | PROT_WRITE,
+    const size_t size = slots * sizeof(tw_process_entry);
+    void* memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE,
                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (memory != MAP_FAILED) {
-      // A huge page would make one touched slot cost 2 MiB. Where the advice is unknown nothing is
-      // lost but that.
-      ::madvise(memory, slots * sizeof(tw_process_entry), MADV_NOHUGEPAGE);
+      advise_small_pages(memory, size);
       return {static_cast<tw_process_entry*>(memory), slots};
     }
   }
+  advise_small_pages(__procentries, sizeof(__procentries));
   return {__procentries, TW_PROCESS_SLOTS};
 }
 

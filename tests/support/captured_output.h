@@ -14,35 +14,32 @@ class CapturedOutput {
  public:
   CapturedOutput() { taskwarden_set_output(take, this); }
   ~CapturedOutput() { taskwarden_set_output(nullptr, nullptr); }
-  CapturedOutput(const CapturedOutput&) = delete;
-  CapturedOutput& operator=(const CapturedOutput&) = delete;
 
   // What came since the last call, which is forgotten.
-  std::string report() { return taken(&report_); }
-  std::string log() { return taken(&log_); }
+  std::string report() { return taken(report_); }
+  std::string log() { return taken(log_); }
 
   // Runs within each report.
   std::function<void(std::string_view)> on_report = [](std::string_view) {};
 
  private:
-  std::string taken(std::string* text) {
+  std::string taken(std::string& text) {
     const std::lock_guard lock(mutex_);
-    return std::exchange(*text, {});
+    return std::exchange(text, {});
   }
   static void take(void* self, int output, const char* tag, const char* text, size_t length) {
-    auto* captured = static_cast<CapturedOutput*>(self);
-    const std::lock_guard lock(captured->mutex_);
-    if (output == TASKWARDEN_OUTPUT_REPORT) {
-      captured->report_.append(text, length);
-      captured->on_report(std::string_view(text, length));
+    auto& own = *static_cast<CapturedOutput*>(self);
+    const std::lock_guard lock(own.mutex_);
+    if (output == TASKWARDEN_OUTPUT_LOG) {
+      own.log_.append(tag != nullptr ? tag : "").append("|").append(text, length);
     } else {
-      captured->log_ += std::string(tag != nullptr ? tag : "") + "|" + std::string(text, length);
+      own.report_.append(text, length);
+      own.on_report(std::string_view(text, length));
     }
   }
 
   std::mutex mutex_;
-  std::string report_;
-  std::string log_;
+  std::string report_, log_;
 };
 
 #endif  // TESTS_SUPPORT_CAPTURED_OUTPUT_H_

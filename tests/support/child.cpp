@@ -2,28 +2,22 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <stdio.h>
 #include <sys/wait.h>
 
 #include <stdexcept>
 
 void pass_low_pids() {
-  pid_t pid;
-  do {
+  for (pid_t pid = 0; pid >= 0 && pid < 300; waitpid(pid, nullptr, 0)) {
     pid = fork();
-    if (pid == 0) {
-      _exit(0);
-    }
-    waitpid(pid, nullptr, 0);
-  } while (pid >= 0 && pid < 300);
+    if (pid == 0) _exit(0);
+  }
 }
 
-Child::Child(const std::string& arg0) : arg0_(arg0) {
+Child::Child(const std::string& arg0) {
   pass_low_pids();
-  int in[2];
-  int out[2];
-  if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) {
-    throw std::runtime_error("pipe");
-  }
+  int in[2], out[2];
+  if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
   const unique_fd child_in(in[0]);
   unique_fd child_out(out[1]);
   commands_.reset(in[1]);
@@ -39,21 +33,18 @@ Child::Child(const std::string& arg0) : arg0_(arg0) {
   }
   // Else a program that did not start would be waited for in vain.
   child_out.reset();
-  command("hello");
+  command("");
 }
 
 void Child::command(const std::string& line) {
   char answer = 0;
-  if (write(commands_.get(), (line + "\n").data(), line.size() + 1) < 0 ||
-      read(answers_.get(), &answer, 1) != 1) {
-    throw std::runtime_error("the child did not answer: " + line);
-  }
+  dprintf(commands_.get(), "%s\n", line.c_str());
+  if (read(answers_.get(), &answer, 1) != 1) throw std::runtime_error("no answer to: " + line);
 }
 
 void Child::end() {
-  if (pid_ > 0) {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-    pid_ = -1;
-  }
+  if (pid_ <= 0) return;
+  kill(pid_, SIGKILL);
+  waitpid(pid_, nullptr, 0);
+  pid_ = -1;
 }

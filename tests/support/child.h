@@ -2,8 +2,6 @@
 #ifndef TESTS_SUPPORT_CHILD_H_
 #define TESTS_SUPPORT_CHILD_H_
 
-#include <sys/types.h>
-
 #include <string>
 
 #include "platform/unique_fd.h"
@@ -17,21 +15,15 @@ class Child {
   // to 2 only.
   explicit Child(const std::string& arg0);
   ~Child() { end(); }  // kills and reaps it
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
 
   pid_t pid() const { return pid_; }
-  // "name#pid", as the library calls it.
-  std::string name() const { return arg0_ + "#" + std::to_string(pid_); }
   // Has it run one command and returns when that is done. Throws if it does not answer.
   void command(const std::string& line);
   void end();
 
  private:
-  std::string arg0_;
   pid_t pid_ = -1;
-  unique_fd commands_;
-  unique_fd answers_;
+  unique_fd commands_, answers_;
 };
 
 #endif  // TESTS_SUPPORT_CHILD_H_

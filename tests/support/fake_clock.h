@@ -13,16 +13,11 @@ class FakeClock {
  public:
   FakeClock() {
     self = this;
-    static constexpr tw_clock kClock = {
-        .now = [](timeval* now) { self->read(now); },
-        .seconds = [] { return self->us / 1000000; },
-        .rest = [](int64_t s, int64_t rest_us) { return self->rest(s * 1000000 + rest_us); },
-    };
+    static constexpr tw_clock kClock = {read, [] { return self->us / 1000000; }, rest};
     tw_clock_replace(&kClock);
   }
   ~FakeClock() { tw_clock_replace(nullptr); }
-  FakeClock(const FakeClock&) = delete;
-  FakeClock& operator=(const FakeClock&) = delete;
+  FakeClock& operator=(FakeClock&&) = delete;  // nor any copy
 
   void advance_ms(int64_t ms) { us += ms * 1000; }
 
@@ -32,17 +27,17 @@ class FakeClock {
   std::function<void()> on_rest = [] {};  // runs at each rest, after the clock has moved
 
  private:
-  void read(timeval* now) {
-    if (!steps_ms.empty()) {
-      advance_ms(steps_ms.front());
-      steps_ms.pop_front();
+  static void read(timeval* now) {
+    if (!self->steps_ms.empty()) {
+      self->advance_ms(self->steps_ms.front());
+      self->steps_ms.pop_front();
     }
-    *now = {.tv_sec = us / 1000000, .tv_usec = us % 1000000};
+    *now = {self->us / 1000000, self->us % 1000000};
   }
-  int rest(int64_t slept_us) {
-    rests_ms.push_back(slept_us / 1000);
-    us += slept_us;
-    on_rest();
+  static int rest(int64_t seconds, int64_t rest_us) {
+    self->rests_ms.push_back(seconds * 1000 + rest_us / 1000);
+    self->us += seconds * 1000000 + rest_us;
+    self->on_rest();
     return 0;
   }
   static inline FakeClock* self = nullptr;

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 #include "taskwarden/taskwarden.h"
@@ -10,14 +11,12 @@
 namespace fs = std::filesystem;
 
 MadeTree::MadeTree(std::initializer_list<MadeProcess> processes) {
-  std::string name = (fs::temp_directory_path() / "taskwarden-XXXXXX").string();
+  std::string name = fs::temp_directory_path() / "taskwarden-XXXXXX";
   if (mkdtemp(name.data()) == nullptr || taskwarden_set_proc_root(name.c_str()) != 0) {
     throw std::runtime_error("no temporary folder at " + name);
   }
   root_ = name;
-  for (const MadeProcess& process : processes) {
-    put(process);
-  }
+  for (const MadeProcess& process : processes) put(process);
 }
 
 MadeTree::~MadeTree() {
@@ -26,31 +25,24 @@ MadeTree::~MadeTree() {
 }
 
 void MadeTree::put(const MadeProcess& p) {
+  remove(p.pid);
   const std::string dir = std::to_string(p.pid);
-  remove(dir);
-  const auto row = [](const char* key, auto value) { return key + std::to_string(value) + "\n"; };
-  write(dir + "/status", "Name:\t" + p.name + "\nState:\tS (sleeping)\n" + row("Pid:\t", p.pid) +
-                             row("PPid:\t", p.ppid) + row("FDSize:\t", p.fd_size) +
-                             row("VmHWM:\t", p.hwm) + row("VmRSS:\t", p.rss) +
-                             row("Threads:\t", p.threads));
+  std::ostringstream status;
+  status << "Name:\t" << p.name << "\nState:\tS (sleeping)\nPid:\t" << dir << "\nPPid:\t" << p.ppid
+         << "\nFDSize:\t" << p.fd_size << "\nVmHWM:\t" << p.hwm << "\nVmRSS:\t" << p.rss
+         << "\nThreads:\t" << p.threads << "\n";
+  write(dir + "/status", status.str());
   write(dir + "/cmdline", p.cmdline);
   fs::create_directories(root_ / dir / "fd");
-  for (int i = 0; i < p.fds; ++i) {
-    link(dir + "/fd/" + std::to_string(i), "socket:[" + std::to_string(i) + "]");
-  }
+  for (int i = 0; i < p.fds; ++i) link(dir + "/fd/" + std::to_string(i), "socket:[1]");
   for (int i = 0; i < p.threads; ++i) {
-    write(dir + "/task/" + std::to_string(p.pid + i) + "/comm",
-          "Thread-" + std::to_string(i) + "\n");
+    write(dir + "/task/" + std::to_string(p.pid + i) + "/comm", "Thread-1\n");
   }
-}
-
-void MadeTree::remove(const std::string& path) {
-  fs::remove_all(root_ / path);
 }
 
 void MadeTree::write(const std::string& path, std::string_view content) {
   fs::create_directories((root_ / path).parent_path());
-  std::ofstream(root_ / path, std::ios::binary) << content;
+  std::ofstream(root_ / path) << content;
 }
 
 void MadeTree::link(const std::string& path, const std::string& target) {

@@ -13,12 +13,8 @@
 struct MadeProcess {
   int pid;
   std::string name = "app";
-  int ppid = 1000;
-  int threads = 1;
-  int fds = 3;
-  int fd_size = 64;
-  uint64_t rss = 1000;
-  uint64_t hwm = 1000;
+  int ppid = 1000, threads = 1, fds = 3, fd_size = 64;
+  uint64_t rss = 1000, hwm = 1000;
   std::string cmdline = {};
 };
 
@@ -26,13 +22,12 @@ class MadeTree {
  public:
   MadeTree(std::initializer_list<MadeProcess> processes = {});
   ~MadeTree();
-  MadeTree(const MadeTree&) = delete;
-  MadeTree& operator=(const MadeTree&) = delete;
+  MadeTree& operator=(MadeTree&&) = delete;  // nor any copy
 
   // Makes the process, or makes it anew with other numbers.
   void put(const MadeProcess& process);
   // Takes the process (or any other path) away.
-  void remove(const std::string& path);
+  void remove(const std::string& path) { std::filesystem::remove_all(root_ / path); }
   void remove(int pid) { remove(std::to_string(pid)); }
   // A file below the root, its directories made as needed.
   void write(const std::string& path, std::string_view content);

@@ -8,8 +8,7 @@
 // Moves the calling thread, and what it starts from now on, to a namespace of its own, where that
 // is allowed. Once a thread.
 inline void own_network() {
-  static thread_local const int moved = unshare(CLONE_NEWNET);
-  static_cast<void>(moved);
+  [[maybe_unused]] static thread_local const int moved = unshare(CLONE_NEWNET);
 }
 
 #endif  // TESTS_SUPPORT_OWN_NETWORK_H_
