@@ -92,6 +92,12 @@ TEST_F(LiveMemory, DivisionsAddUpToTheKernelsSums) {
   }
   EXPECT_EQ(std::tuple(sum.vss_kb, sum.rss_kb, sum.vma_count),
             std::tuple(kernel["Size:"], kernel["Rss:"], kernel["VmFlags:"]));
+  std::ifstream maps("/proc/" + pid + "/maps");
+  for (std::string line; std::getline(maps, line);) {
+    const uint64_t end = std::stoull(line.substr(line.find('-') + 1), nullptr, 16);
+    sum.vss_kb -= (end - std::stoull(line, nullptr, 16)) >> 10;
+  }
+  EXPECT_EQ(sum.vss_kb, 0U);
   for (const auto& [division, file] : mapped) {
     EXPECT_EQ(divisions[division].vss_kb, file.second) << file.first;
   }
