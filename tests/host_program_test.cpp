@@ -44,7 +44,12 @@ class Program {
   }
   void lose_reader() { dup2(unique_fd(open("/dev/null", O_RDONLY)).get(), fileno(output_)); }
   // Its status as of waitpid(2), once it has ended.
-  int end() { return pclose(std::exchange(output_, nullptr)); }
+  // What it still writes is read, so that it does not die of a closed pipe.
+  int end() {
+    while (getc(output_) != EOF) {
+    }
+    return pclose(std::exchange(output_, nullptr));
+  }
 
  private:
   FILE* output_;
