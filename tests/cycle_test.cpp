@@ -58,6 +58,9 @@ TEST(Cycle, RestsAndOverloadsAreTheStatedOnes) {
       {"budget below 0", 2, pass(75, {{0}, {3}}), {1925, 1997}, ""},
       {"budget of 60: stops at the third", 4, pass(0, {{25, 25, 25}, {9}}), {1925, 1991}, ""},
       {"five slices", 5, pass(0, five), Steps(5, 1940), ""},
+      // The sixth slice finds its process gone, at no cost: 10000 ms to the millisecond.
+      {"at the limit", 6, pass(0, {{60}, {60}, {60}, {60}, {60}, {}}), Steps(5, 1940),
+       overload(10000, 1, 1)},
       {"six slices", 6, pass(0, six), Steps(6, 1940), overload(10060, 1, 1)},
       {"overloads among passes", 6, pass(0, six) + pass(0, {{1, 1, 1, 1, 1, 1}}) + pass(0, six),
        Steps(6, 1940) + Steps{1994} + Steps(6, 1940),
