@@ -63,8 +63,8 @@ TEST(Platform, KeepsItsLimits) {
   EXPECT_EQ(tw_rest(0, 1000000) + tw_rest(0, -1), -2);
   EXPECT_EQ(tw_elapsed_ms({4294968, 1999}, {0, 2000}), -703);
   EXPECT_EQ(taskwarden_set_proc_root(std::string(128, 't').c_str()), -1);
-  const auto [entries, slots] = tw_process_pool_reserve(UINT64_MAX);
-  EXPECT_TRUE(slots == 4194304 && entries[slots - 1].pid++ == 0);
+  const auto [entries, listings, slots] = tw_process_pool_reserve(UINT64_MAX);
+  EXPECT_TRUE(slots == 4194304 && entries[slots - 1].pid++ == 0 && listings[slots - 1].size++ == 0);
   EXPECT_EQ(tw_process_pool_reserve(35000).slots + tw_process_pool_reserve(35001).slots, 70001U);
   EXPECT_EXIT(
       {

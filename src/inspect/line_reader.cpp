@@ -12,38 +12,60 @@ LineReader LineReader::open(const char* path) {
 }
 
 char* LineReader::next() {
-  size_t length = 0;
-  while (length < kLineSize - 1 && (position_ < filled_ || fill())) {
-    const char* from = buffer_ + position_;
-    const size_t room = std::min(kLineSize - 1 - length, filled_ - position_);
-    const auto* end = static_cast<const char*>(memchr(from, '\n', room));
-    const size_t taken = end != nullptr ? static_cast<size_t>(end - from) + 1 : room;
-    memcpy(line_ + length, from, taken);
-    length += taken;
-    position_ += taken;
-    if (end != nullptr) {
-      break;
+  // Past the last byte the terminator stays: the caller may still look at the line before it.
+  if (position_ < filled_) {
+    buffer_[position_] = covered_;
+  }
+  size_t searched = 0;
+  for (;;) {
+    const size_t room = std::min(kLineSize - 1, filled_ - position_);
+    char* line = buffer_ + position_;
+    const void* end = memchr(line + searched, '\n', room - searched);
+    const bool whole = end != nullptr || room == kLineSize - 1;
+    if (!whole && fill()) {
+      searched = room;
+      continue;
     }
+    const size_t length =
+        end != nullptr ? static_cast<size_t>(static_cast<const char*>(end) - line) + 1 : room;
+    if (length == 0) {
+      return nullptr;
+    }
+    line = buffer_ + position_;
+    position_ += length;
+    covered_ = buffer_[position_];
+    buffer_[position_] = '\0';
+    return line;
   }
-  if (length == 0) {
-    return nullptr;
-  }
-  line_[length] = '\0';
-  return line_;
 }
 
+// Moves what is left of the buffer to its front and reads on behind it; false, with nothing moved,
+// at the end.
 bool LineReader::fill() {
-  position_ = 0;
-  filled_ = std::min(sizeof(buffer_), text_.size());
-  if (filled_ > 0) {
-    memcpy(buffer_, text_.data(), filled_);
-    text_.remove_prefix(filled_);
-  } else if (fd_.ok()) {
-    ssize_t n;
-    do {
-      n = ::read(fd_.get(), buffer_, sizeof(buffer_));
-    } while (n < 0 && errno == EINTR);
-    filled_ = n > 0 ? static_cast<size_t>(n) : 0;
+  const size_t left = filled_ - position_;
+  if (left > 0) {
+    memmove(buffer_, buffer_ + position_, left);
+    position_ = 0;
+    filled_ = left;
   }
-  return filled_ > 0;
+  const size_t n = read(buffer_ + left, kBufferSize - left);
+  if (n > 0) {
+    position_ = 0;
+    filled_ = left + n;
+  }
+  return n > 0;
+}
+
+size_t LineReader::read(char* to, size_t room) {
+  if (!fd_.ok()) {
+    const size_t n = std::min(room, text_.size());
+    memcpy(to, text_.data(), n);
+    text_.remove_prefix(n);
+    return n;
+  }
+  ssize_t n;
+  do {
+    n = ::read(fd_.get(), to, room);
+  } while (n < 0 && errno == EINTR);
+  return n > 0 ? static_cast<size_t>(n) : 0;
 }

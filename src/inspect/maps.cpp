@@ -31,9 +31,7 @@ int32_t tw_maps_parse(int pid, LineReader& lines, tw_process_desc* desc) {
 }
 
 int32_t tw_process_check_maps(int pid, tw_process_desc* desc) {
-  char path[TW_PATH_SIZE];
-  tw_proc_path(path, "/%u/maps", static_cast<unsigned>(pid));
-  LineReader lines = LineReader::open(path);
+  LineReader lines = LineReader::open(ProcPath(static_cast<unsigned>(pid), "/maps").c_str());
   if (!lines.ok()) {
     TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's maps!!\n", static_cast<unsigned>(pid));
     return 0;

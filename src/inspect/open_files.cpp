@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/directory.h"
@@ -22,17 +23,19 @@ void count_target(const Directory& directory, const char* name, StringCounter* c
   }
 }
 
-// False, with nothing changed, when the directory cannot be opened.
-bool walk(unsigned pid, tw_process_desc* desc, StringCounter* counter) {
-  char path[TW_PATH_SIZE];
-  tw_proc_path(path, "/%u/fd", pid);
-  Directory directory(path);
-  if (!directory.ok()) {
-    if (errno != EACCES) {
-      TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's fd dir: %s\n", pid, strerror(errno));
-    }
-    return false;
+Directory open_directory(unsigned pid) {
+  return Directory(ProcPath(pid, "/fd").c_str());
+}
+
+// Whether the directory just opened may be read; a word in the log where that is worth one.
+bool is_open(const Directory& directory, unsigned pid) {
+  if (!directory.ok() && errno != EACCES) {
+    TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's fd dir: %s\n", pid, strerror(errno));
   }
+  return directory.ok();
+}
+
+void walk(Directory& directory, tw_process_desc* desc, StringCounter* counter) {
   if (counter != nullptr) {
     counter->clear();
   }
@@ -51,7 +54,36 @@ bool walk(unsigned pid, tw_process_desc* desc, StringCounter* counter) {
       count_target(directory, entry.name, counter);
     }
   }
-  return true;
+}
+
+struct DirectorySize {
+  dev_t device;
+  int64_t size;  // 0 when it cannot be told
+
+  bool operator==(const DirectorySize&) const = default;
+};
+
+DirectorySize size_of(const Directory& directory) {
+  struct stat status;
+  return ::fstat(directory.fd(), &status) == 0 ? DirectorySize{status.st_dev, status.st_size}
+                                               : DirectorySize{};
+}
+
+// The file system whose descriptor directories were found to have their count as their size.
+dev_t counting_device = 0;
+
+// Whether a listing between the readings `before` and `after` of the size found all that is in it,
+// so that the next visit may go by the size.
+bool is_remarkable(const DirectorySize& before, const DirectorySize& after, int32_t listed) {
+  if (!(before == after) || before.size <= 0 || before.size > INT32_MAX) {
+    return false;
+  }
+  if (before.size == listed) {
+    counting_device = before.device;
+  } else if (before.size < listed && before.device == counting_device) {
+    counting_device = 0;
+  }
+  return before.device == counting_device;
 }
 
 void report_kinds(unsigned pid, const StringCounter& counter) {
@@ -69,9 +101,32 @@ void report_kinds(unsigned pid, const StringCounter& counter) {
 }  // namespace
 
 void tw_process_check_openfiles(int pid, tw_process_desc* desc, StringCounter* counter) {
-  if (walk(static_cast<unsigned>(pid), desc, counter) && counter != nullptr) {
-    report_kinds(static_cast<unsigned>(pid), *counter);
+  const auto asked = static_cast<unsigned>(pid);
+  Directory directory = open_directory(asked);
+  if (!is_open(directory, asked)) {
+    return;
   }
+  walk(directory, desc, counter);
+  if (counter != nullptr) {
+    report_kinds(asked, *counter);
+  }
+}
+
+void tw_process_recount_openfiles(int pid, tw_process_desc* desc, tw_fd_listing* last) {
+  const auto asked = static_cast<unsigned>(pid);
+  Directory directory = open_directory(asked);
+  if (!is_open(directory, asked)) {
+    return;
+  }
+  const DirectorySize before = size_of(directory);
+  if (last->size != 0 && last->size == before.size && ++last->visits < TW_FD_LISTING_RHYTHM) {
+    return;
+  }
+  // Processes first met together are not all listed again in the same pass.
+  const uint32_t visits = last->size != 0 ? 0 : asked % TW_FD_LISTING_RHYTHM;
+  walk(directory, desc, nullptr);
+  const bool remarkable = is_remarkable(before, size_of(directory), desc->open_files);
+  *last = remarkable ? tw_fd_listing{static_cast<uint32_t>(before.size), visits} : tw_fd_listing{};
 }
 
 std::string_view tw_open_file_kind(std::string_view target) {

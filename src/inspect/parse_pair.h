@@ -14,7 +14,8 @@ int parse_pair(char* line);
 
 // Whether `line` begins with exactly the bytes of `key`.
 inline bool line_has_key(const char* line, std::string_view key) {
-  return strncmp(line, key.data(), key.size()) == 0;
+  // Most lines differ in their first byte.
+  return line[0] == key[0] && strncmp(line, key.data(), key.size()) == 0;
 }
 
 #endif  // INSPECT_PARSE_PAIR_H_

@@ -119,9 +119,7 @@ uint64_t tw_smaps_parse(int pid, LineReader& lines, vma_division_t* divisions) {
 
 uint64_t tw_process_check_smaps(int pid, vma_division_t* divisions) {
   std::fill_n(divisions, VMA_DIVISION_COUNT, vma_division_t{});
-  char path[TW_PATH_SIZE];
-  tw_proc_path(path, "/%u/smaps", static_cast<unsigned>(pid));
-  LineReader lines = LineReader::open(path);
+  LineReader lines = LineReader::open(ProcPath(static_cast<unsigned>(pid), "/smaps").c_str());
   if (!lines.ok()) {
     TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's smaps!!\n", static_cast<unsigned>(pid));
     return 0;

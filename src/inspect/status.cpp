@@ -115,11 +115,10 @@ void tw_status_parse(int pid, LineReader& lines, CommandLineReader read, tw_proc
 }
 
 void tw_process_check_status(int pid, tw_process_desc* desc) {
-  char path[TW_PATH_SIZE];
-  tw_proc_path(path, "/%u/status", static_cast<unsigned>(pid));
-  LineReader lines = LineReader::open(path);
+  const auto asked = static_cast<unsigned>(pid);
+  LineReader lines = LineReader::open(ProcPath(asked, "/status").c_str());
   if (!lines.ok()) {
-    TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's status!!\n", static_cast<unsigned>(pid));
+    TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's status!!\n", asked);
     return;
   }
   tw_status_parse(pid, lines, read_command_line, desc);

@@ -1,13 +1,11 @@
 #include "inspect/threads.h"
 
-#include <string.h>
+#include <fcntl.h>
+#include <stdio.h>
 
-#include <algorithm>
-#include <string>
-
-#include "platform/android_base.h"
 #include "platform/directory.h"
 #include "platform/proc_root.h"
+#include "platform/small_file.h"
 #include "report/log.h"
 #include "report/reporter.h"
 
@@ -15,25 +13,23 @@ namespace {
 
 constexpr int32_t kListedAbove = 1;
 
-void count_thread(const char* task_path, const char* thread, StringCounter* counter) {
-  std::string content;
-  char name[256] = "<UNNAMED THREAD>";
-  if (android::base::ReadFileToString(android::base::StringPrintf("%s/%s/comm", task_path, thread),
-                                      &content, false) &&
-      !content.empty()) {
-    // The last byte is the line feed that ends the file.
-    const size_t length = std::min(content.size(), sizeof(name)) - 1;
-    memcpy(name, content.data(), length);
-    name[length] = '\0';
+void count_thread(const Directory& tasks, const char* thread, StringCounter* counter) {
+  char path[sizeof(dirent::d_name) + sizeof("/comm")];
+  snprintf(path, sizeof(path), "%s/comm", thread);
+  char name[256];
+  const ssize_t length = tw_read_small_file(tasks.fd(), path, O_NOFOLLOW, name, sizeof(name));
+  if (length > 0) {
+    // The last byte is the line feed that ends the file; a NUL ends the name before it.
+    name[length - 1] = '\0';
+    counter->add(tw_thread_family(name));
+  } else {
+    counter->add("<UNNAMED THREAD>");
   }
-  counter->add(tw_thread_family(name));
 }
 
 // False, with nothing changed, when the directory cannot be opened.
 bool walk(unsigned pid, StringCounter* counter) {
-  char path[TW_PATH_SIZE];
-  tw_proc_path(path, "/%u/task", pid);
-  Directory directory(path);
+  Directory directory(ProcPath(pid, "/task").c_str());
   if (!directory.ok()) {
     TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's task dir!!\n", pid);
     return false;
@@ -45,7 +41,7 @@ bool walk(unsigned pid, StringCounter* counter) {
   tw_dirent entry;
   while (directory.next(&entry)) {
     if (entry.type == DT_DIR && entry.name[0] >= '0' && entry.name[0] <= '9') {
-      count_thread(path, entry.name, counter);
+      count_thread(directory, entry.name, counter);
     }
   }
   return true;

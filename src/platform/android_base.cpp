@@ -1,12 +1,10 @@
 #include "platform/android_base.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
-#include <unistd.h>
 
 #include "platform/format.h"
-#include "platform/unique_fd.h"
+#include "platform/small_file.h"
 
 namespace android::base {
 
@@ -20,23 +18,12 @@ std::string StringPrintf(const char* format, ...) {
 
 bool ReadFileToString(const std::string& path, std::string* content, bool follow_symlinks) {
   content->clear();
-  const int flags = O_RDONLY | O_CLOEXEC | (follow_symlinks ? 0 : O_NOFOLLOW);
-  const unique_fd fd(::open(path.c_str(), flags));
-  if (!fd.ok()) {
-    return false;
-  }
   char buffer[TW_LARGEST_FILE];
-  size_t filled = 0;
-  ssize_t n = 1;
-  while (n != 0 && filled < sizeof(buffer)) {
-    n = ::read(fd.get(), buffer + filled, sizeof(buffer) - filled);
-    if (n > 0) {
-      filled += static_cast<size_t>(n);
-    } else if (n < 0 && errno != EINTR) {
-      break;
-    }
+  const ssize_t n = tw_read_small_file(AT_FDCWD, path.c_str(), follow_symlinks ? 0 : O_NOFOLLOW,
+                                       buffer, sizeof(buffer));
+  if (n > 0) {
+    content->assign(buffer, static_cast<size_t>(n));
   }
-  content->assign(buffer, filled);
   return n >= 0;
 }
 

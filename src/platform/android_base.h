@@ -10,10 +10,10 @@ inline constexpr size_t TW_LARGEST_FILE = 4096;
 // The formatted text, of any length.
 std::string StringPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// Reads the file at `path` into `content`, which is cleared first, up to TW_LARGEST_FILE bytes:
-// what stands in a process file is chosen by the process, which can make its command line endless.
-// With `follow_symlinks` false a path whose last component is a symbolic link fails with ELOOP. On
-// failure returns false with errno set, and `content` holds what was read until then.
+// Reads the file at `path` into `content`, which is cleared first, with one read of at most
+// TW_LARGEST_FILE bytes: what stands in a process file is chosen by the process, which can make its
+// command line endless. With `follow_symlinks` false a path whose last component is a symbolic link
+// fails with ELOOP. On failure returns false with errno set, and `content` is empty.
 bool ReadFileToString(const std::string& path, std::string* content, bool follow_symlinks = false);
 
 }  // namespace android::base

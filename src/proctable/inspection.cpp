@@ -12,15 +12,14 @@
 #include "interest/interest_list.h"
 #include "platform/clock.h"
 #include "platform/proc_root.h"
+#include "proctable/storage.h"
 #include "proctable/zygote.h"
 #include "report/log.h"
 
 namespace {
 
 bool is_alive(const tw_process_entry& entry) {
-  char path[TW_PATH_SIZE];
-  tw_proc_path(path, "/%d", static_cast<int>(entry.pid));
-  return ::access(path, F_OK) == 0;
+  return ::access(ProcPath(entry.pid, "").c_str(), F_OK) == 0;
 }
 
 void unlink_entry(tw_process_list* list, tw_process_entry* entry) {
@@ -41,6 +40,7 @@ void unlink_entry(tw_process_list* list, tw_process_entry* entry) {
 void retire(tw_process_list* list, tw_process_entry* entry) {
   unlink_entry(list, entry);
   tw_event_poll_proc2exit(entry, Event_ProcExited);
+  *tw_fd_listing_of(entry->pid) = {};
   *entry = {};
 }
 
@@ -93,11 +93,16 @@ void inspect(tw_process_list* list, tw_process_entry* entry) {
   } else if (entry->desc.ppid == kInit) {
     ++list->native_count;
   }
-  tw_process_check_openfiles(pid, &entry->desc, nullptr);
+  const bool renamed = strcmp(entry->desc.name, previous.desc.name) != 0;
+  tw_fd_listing* const listing = tw_fd_listing_of(entry->pid);
+  if (renamed) {
+    *listing = {};
+  }
+  tw_process_recount_openfiles(pid, &entry->desc, listing);
   if (previous.interested) {
     tw_process_check_maps(pid, &entry->desc);
   }
-  if (strcmp(entry->desc.name, previous.desc.name) != 0) {
+  if (renamed) {
     begin_identity(entry, &previous, now);
   }
   poll_if_watched(list, entry, now);

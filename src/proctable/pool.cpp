@@ -12,6 +12,7 @@
 namespace {
 
 tw_process_entry __procentries[TW_PROCESS_SLOTS];
+tw_fd_listing listings[TW_PROCESS_SLOTS];
 
 // A huge page would make one touched slot cost 2 MiB. Where the advice is unknown nothing is lost
 // but that.
@@ -27,22 +28,22 @@ void advise_small_pages(void* memory, size_t size) {
 tw_process_pool tw_process_pool_reserve(uint64_t pid_limit) {
   if (pid_limit > TW_PROCESS_SLOTS) {
     const auto slots = static_cast<uint32_t>(std::min<uint64_t>(pid_limit, TW_LARGEST_PID_LIMIT));
-    const size_t size = slots * sizeof(tw_process_entry);
+    const size_t size = slots * (sizeof(tw_process_entry) + sizeof(tw_fd_listing));
     void* memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE,
                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (memory != MAP_FAILED) {
       advise_small_pages(memory, size);
-      return {static_cast<tw_process_entry*>(memory), slots};
+      auto* const entries = static_cast<tw_process_entry*>(memory);
+      void* const behind = entries + slots;
+      return {entries, static_cast<tw_fd_listing*>(behind), slots};
     }
   }
   advise_small_pages(__procentries, sizeof(__procentries));
-  return {__procentries, TW_PROCESS_SLOTS};
+  return {__procentries, listings, TW_PROCESS_SLOTS};
 }
 
 uint64_t tw_kernel_pid_limit() {
-  char path[TW_PATH_SIZE];
-  tw_proc_path(path, "/sys/kernel/pid_max");
-  LineReader lines = LineReader::open(path);
+  LineReader lines = LineReader::open(ProcPath("/sys/kernel/pid_max").c_str());
   const char* line = lines.ok() ? lines.next() : nullptr;
   return line != nullptr && line[0] >= '0' && line[0] <= '9' ? strtoull(line, nullptr, 10) : 0;
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "inspect/fd_listing.h"
 #include "proctable/process_records.h"
 
 inline constexpr uint32_t TW_PROCESS_SLOTS = 35000;
@@ -13,6 +14,7 @@ inline constexpr uint32_t TW_LARGEST_PID_LIMIT = 4194304;
 
 struct tw_process_pool {
   tw_process_entry* entries;  // all zero; lives until the process ends
+  tw_fd_listing* listings;    // one beside each entry, likewise
   uint32_t slots;
 };
 

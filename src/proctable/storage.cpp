@@ -7,7 +7,7 @@ namespace {
 
 tw_process_list __proclist;
 tw_process_list* __g_proclist = nullptr;
-uint32_t slots = 0;
+tw_process_pool pool;
 
 }  // namespace
 
@@ -17,8 +17,7 @@ tw_process_list* tw_process_list_create() {
     return __g_proclist;
   }
   initialized = true;
-  const tw_process_pool pool = tw_process_pool_reserve(tw_kernel_pid_limit());
-  slots = pool.slots;
+  pool = tw_process_pool_reserve(tw_kernel_pid_limit());
   __proclist = {};
   __proclist.entries = pool.entries;
   __proclist.runtime_collector = new ProcessCollector("Runtime");
@@ -28,5 +27,9 @@ tw_process_list* tw_process_list_create() {
 }
 
 uint32_t tw_process_slots() {
-  return slots;
+  return pool.slots;
+}
+
+tw_fd_listing* tw_fd_listing_of(uint32_t pid) {
+  return &pool.listings[pid];
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "inspect/fd_listing.h"
 #include "proctable/process_records.h"
 #include "taskwarden/export.h"
 
@@ -11,6 +12,10 @@
 // the kernel's pids. Never torn down. Only the cycle's thread may touch what it points to; the
 // first call is not guarded against a second thread.
 TW_EXPORT tw_process_list* tw_process_list_create();
+
+// What is kept of the descriptor directory of the process in the slot of `pid`, which has one.
+// Cycle's thread only, after tw_process_list_create().
+tw_fd_listing* tw_fd_listing_of(uint32_t pid);
 
 // One past the last pid that the table has a slot for.
 uint32_t tw_process_slots();

@@ -49,10 +49,8 @@ uint32_t tw_system_check_meminfo(tw_meminfo_t* meminfo) {
   const timeval start = tw_clock_now();
   tw_meminfo_t* record = meminfo != nullptr ? meminfo : &__meminfo;
   *record = {};
-  char path[TW_PATH_SIZE];
-  tw_proc_path(path, "/meminfo");
   {
-    LineReader lines = LineReader::open(path);
+    LineReader lines = LineReader::open(ProcPath("/meminfo").c_str());
     if (!lines.ok()) {
       TW_LOG(TW_TAG_STATS, ">> failed to open meminfo!!\n");
       return 0;

@@ -50,9 +50,7 @@ uint32_t tw_system_check_slabinfo(tw_slabinfo_t* slabinfo) {
   const timeval start = tw_clock_now();
   tw_slabinfo_t* census = slabinfo != nullptr ? slabinfo : &__slabinfo;
   *census = {};
-  char path[TW_PATH_SIZE];
-  tw_proc_path(path, "/slabinfo");
-  LineReader lines = LineReader::open(path);
+  LineReader lines = LineReader::open(ProcPath("/slabinfo").c_str());
   if (!lines.ok()) {
     TW_LOG(TW_TAG_STATS, ">> failed to open slabinfo!!\n");
     return 0;
