@@ -81,7 +81,8 @@ std::string made_line(const std::vector<Words>& fields) {
 
 TEST(Formats, HandParsesEqualTheScanFormats) {
   std::istringstream numbers(
-      "42 7f12 ffffffffffffffff 1ffffffffffffffff 0x1f -1 +a zz 9x ABCdef01 4294967296 "
+      "7f12a4b6c8d0 42 00f1e2d3 7f12 ffffffffffffffff 1ffffffffffffffff 0x1f -1 +a zz 9x ABCdef01 "
+      "4294967296 "
       "18446744073709551616 999999999999999999 -5 +7");
   Words number{std::istream_iterator<std::string>(numbers), {}};
   number.insert(number.end(), {"", " b"});

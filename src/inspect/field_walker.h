@@ -4,6 +4,8 @@
 #define INSPECT_FIELD_WALKER_H_
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -11,18 +13,36 @@
 
 class FieldWalker {
  public:
-  explicit FieldWalker(const char* line) : at_(line) {}
+  // `line` is NUL-terminated at its end; a NUL byte within ends it as well.
+  explicit FieldWalker(std::string_view line) : at_(line.data()), end_(line.data() + line.size()) {}
 
   // 1 to `most_digits` hexadecimal digits, then `separator`, which is passed.
   template <typename Number>
   bool hex(Number* number, int most_digits, char separator) {
     Number value = 0;
-    int digits = 0;
-    for (int digit; (digit = hex_digit(*at_)) >= 0; ++at_, ++digits) {
-      value = static_cast<Number>(value << 4 | static_cast<Number>(digit));
+    const char* const start = at_;
+    for (uint8_t digit; (digit = class_of(*at_)) < 16; ++at_) {
+      value = static_cast<Number>(value << 4 | digit);
     }
     *number = value;
-    return digits >= 1 && digits <= most_digits && *at_ == separator && (++at_, true);
+    return at_ != start && at_ - start <= most_digits && *at_ == separator && (++at_, true);
+  }
+
+  // The same for a number of up to 16 digits that is mostly printed with 12, as addresses are, or
+  // with 8.
+  bool wide_hex(uint64_t* number, char separator) {
+    const auto left = end_ - at_;
+    uint64_t high;
+    if (left > 12 && at_[12] == separator && hex8(at_, &high) && hex8(at_ + 4, number)) {
+      *number |= high << 16;
+      at_ += 13;
+      return true;
+    }
+    if (left > 8 && at_[8] == separator && hex8(at_, number)) {
+      at_ += 9;
+      return true;
+    }
+    return hex(number, 16, separator);
   }
 
   // Blanks, then 1 to 18 decimal digits up to a blank or the end. What does not fit `number` is cut
@@ -31,43 +51,75 @@ class FieldWalker {
   bool decimal(Number* number) {
     skip_blanks();
     uint64_t value = 0;
-    int digits = 0;
-    for (; *at_ >= '0' && *at_ <= '9' && digits <= 18; ++at_, ++digits) {
-      value = value * 10 + static_cast<uint64_t>(*at_ - '0');
+    const char* const start = at_;
+    for (uint8_t digit; (digit = class_of(*at_)) < 10 && at_ - start <= 18; ++at_) {
+      value = value * 10 + digit;
     }
     *number = static_cast<Number>(value);
-    return digits >= 1 && digits <= 18 && (is_blank(*at_) || *at_ == '\0');
+    return at_ != start && at_ - start <= 18 && class_of(*at_) >= kBlank;
   }
 
   // Blanks, then the word up to the next; empty at the end of the line.
   std::string_view word() {
     skip_blanks();
-    const char* start = at_;
-    while (*at_ != '\0' && !is_blank(*at_)) {
+    const char* const start = at_;
+    while (class_of(*at_) < kBlank) {
       ++at_;
     }
     return {start, static_cast<size_t>(at_ - start)};
   }
 
   // Exactly one blank, which is passed.
-  bool blank() { return is_blank(*at_) && (++at_, true); }
+  bool blank() { return class_of(*at_) == kBlank && (++at_, true); }
 
  private:
-  static bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-  static int hex_digit(char c) {
-    if (c >= '0' && c <= '9') {
-      return c - '0';
+  // What a byte is: the value of a hexadecimal digit (0 to 15), or one of these.
+  static constexpr uint8_t kOther = 16;
+  static constexpr uint8_t kBlank = 17;  // what isspace() takes in the C locale
+  static constexpr uint8_t kEnd = 18;
+  static constexpr std::array<uint8_t, 256> kClasses = [] {
+    std::array<uint8_t, 256> classes;
+    classes.fill(kOther);
+    for (uint8_t i = 0; i < 16; ++i) {
+      classes[static_cast<uint8_t>("0123456789abcdef"[i])] = i;
+      classes[static_cast<uint8_t>("0123456789ABCDEF"[i])] = i;
     }
-    const char lower = static_cast<char>(c | 0x20);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+    for (const char blank : {' ', '\t', '\n', '\v', '\f', '\r'}) {
+      classes[static_cast<uint8_t>(blank)] = kBlank;
+    }
+    classes[0] = kEnd;
+    return classes;
+  }();
+  static uint8_t class_of(char c) { return kClasses[static_cast<uint8_t>(c)]; }
+
+  // Eight digits at once, each in a byte of one word; false for anything but 0 to 9 and a to f.
+  static bool hex8(const char* text, uint64_t* number) {
+    constexpr uint64_t kOnes = 0x0101010101010101;
+    uint64_t bytes;
+    memcpy(&bytes, text, sizeof(bytes));
+    if constexpr (std::endian::native == std::endian::little) {
+      bytes = __builtin_bswap64(bytes);
+    }
+    const uint64_t digits = (bytes & kOnes * 0x0f) + (bytes >> 6 & kOnes) * 9;
+    // Only a digit gives the text back that it was made of; letters behind f give more than 15.
+    const uint64_t letters = (digits + kOnes * 6) >> 4 & kOnes;
+    if ((digits & kOnes * 0x10) != 0 ||
+        digits + kOnes * '0' + letters * ('a' - '0' - 10) != bytes) {
+      return false;
+    }
+    uint64_t value = (digits | digits >> 4) & 0x00ff00ff00ff00ff;
+    value = (value | value >> 8) & 0x0000ffff0000ffff;
+    *number = (value | value >> 16) & 0xffffffff;
+    return true;
   }
   void skip_blanks() {
-    while (is_blank(*at_)) {
+    while (class_of(*at_) == kBlank) {
       ++at_;
     }
   }
 
   const char* at_;
+  const char* end_;
 };
 
 // Copies `text` into `field`, cut at its size less the terminator.

@@ -11,36 +11,22 @@ LineReader LineReader::open(const char* path) {
   return LineReader(unique_fd(::open(path, O_RDONLY | O_CLOEXEC)));
 }
 
-char* LineReader::next() {
-  // Past the last byte the terminator stays: the caller may still look at the line before it.
-  if (position_ < filled_) {
-    buffer_[position_] = covered_;
-  }
-  size_t searched = 0;
-  for (;;) {
-    const size_t room = std::min(kLineSize - 1, filled_ - position_);
-    char* line = buffer_ + position_;
-    const void* end = memchr(line + searched, '\n', room - searched);
-    const bool whole = end != nullptr || room == kLineSize - 1;
-    if (!whole && fill()) {
-      searched = room;
-      continue;
+// What is in the buffer holds no line feed within a piece's length.
+char* LineReader::next_incomplete() {
+  size_t searched = filled_ - position_;
+  while (searched < kLineSize - 1 && fill()) {
+    const size_t room = std::min(kLineSize - 1, filled_);
+    const auto* end = static_cast<const char*>(memchr(buffer_ + searched, '\n', room - searched));
+    if (end != nullptr) {
+      return hand_out(static_cast<size_t>(end - buffer_) + 1);
     }
-    const size_t length =
-        end != nullptr ? static_cast<size_t>(static_cast<const char*>(end) - line) + 1 : room;
-    if (length == 0) {
-      return nullptr;
-    }
-    line = buffer_ + position_;
-    position_ += length;
-    covered_ = buffer_[position_];
-    buffer_[position_] = '\0';
-    return line;
+    searched = room;
   }
+  return searched > 0 ? hand_out(std::min(kLineSize - 1, searched)) : nullptr;
 }
 
-// Moves what is left of the buffer to its front and reads on behind it; false, with nothing moved,
-// at the end.
+// Moves what is left of the buffer to its front and reads on behind it; false at the end, where a
+// line that was handed out whole still stands.
 bool LineReader::fill() {
   const size_t left = filled_ - position_;
   if (left > 0) {

@@ -4,7 +4,10 @@
 #ifndef INSPECT_LINE_READER_H_
 #define INSPECT_LINE_READER_H_
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "platform/unique_fd.h"
@@ -26,10 +29,50 @@ class LineReader {
   // may change its bytes; it is valid until the next call, the last one also past the end. A NUL
   // byte in the file ends the text of its line early. A read error ends the file: what was read
   // before it is handed out.
-  char* next();
+  char* next() {
+    // Past the last byte the terminator stays: the caller may still look at the line before it.
+    if (position_ < filled_) {
+      buffer_[position_] = covered_;
+    }
+    char* const line = buffer_ + position_;
+    // Lines of one kind are often equally long, which is cheaper to see than to search.
+    if (length_ > 16 && length_ <= 33 && filled_ - position_ >= length_ &&
+        line[length_ - 1] == '\n' && !has_line_feed(line, length_ - 1)) {
+      return hand_out(length_);
+    }
+    const void* const end = memchr(line, '\n', std::min(kLineSize - 1, filled_ - position_));
+    return end != nullptr ? hand_out(static_cast<size_t>(static_cast<const char*>(end) - line) + 1)
+                          : next_incomplete();
+  }
+
+  // The bytes of the last line, any NUL among them counted.
+  size_t length() const { return length_; }
 
  private:
   explicit LineReader(unique_fd fd) : fd_(static_cast<unique_fd&&>(fd)) {}
+  // Whether one is among `count` bytes, 16 to 32: in two overlapping words of 16.
+  static bool has_line_feed(const char* text, size_t count) {
+    using Word = char __attribute__((vector_size(16)));
+    constexpr Word kLineFeeds = {'\n', '\n', '\n', '\n', '\n', '\n', '\n', '\n',
+                                 '\n', '\n', '\n', '\n', '\n', '\n', '\n', '\n'};
+    Word first;
+    Word last;
+    memcpy(&first, text, sizeof(first));
+    memcpy(&last, text + count - sizeof(last), sizeof(last));
+    const auto found = (first == kLineFeeds) | (last == kLineFeeds);
+    uint64_t halves[2];
+    memcpy(halves, &found, sizeof(found));
+    return (halves[0] | halves[1]) != 0;
+  }
+  char* hand_out(size_t length) {
+    char* const line = buffer_ + position_;
+    length_ = length;
+    position_ += length;
+    covered_ = buffer_[position_];
+    buffer_[position_] = '\0';
+    return line;
+  }
+  char* next_incomplete();
   bool fill();
   size_t read(char* to, size_t room);
 
@@ -41,6 +84,7 @@ class LineReader {
   unique_fd fd_;
   size_t position_ = 0;  // where the next line begins, under the last one's terminator
   size_t filled_ = 0;
+  size_t length_ = 0;
   char covered_ = '\0';  // the byte that the terminator stands on
   char buffer_[kBufferSize + 1];
 };

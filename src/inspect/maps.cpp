@@ -9,7 +9,7 @@ int32_t tw_maps_parse(int pid, LineReader& lines, tw_process_desc* desc) {
   int32_t areas = 0;
   while (const char* line = lines.next()) {
     vma_desc_t vma;
-    const int conversions = parse_vma(line, &vma);
+    const int conversions = parse_vma({line, lines.length()}, &vma);
     if (!is_vma_header(conversions)) {
       TW_LOG(TW_TAG_STATS, "-> failed to parse \"%s\" of proc %u as a vma's beginning: %d\n", line,
              static_cast<unsigned>(pid), conversions);

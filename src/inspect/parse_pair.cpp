@@ -4,16 +4,21 @@
 
 int parse_pair(char* line) {
   const char* colon = strchr(line, ':');
-  const size_t start =
-      colon != nullptr ? static_cast<size_t>(colon - line) + 1 + strspn(colon + 1, " \t") : 0;
+  size_t start = 0;
+  if (colon != nullptr) {
+    start = static_cast<size_t>(colon - line) + 1;
+    while (line[start] == ' ' || line[start] == '\t') {
+      ++start;
+    }
+  }
   if (colon == nullptr || line[start] == '\0') {
     TW_LOG(TW_TAG_STATS, ">> failed to parse the pair: \"%s\"\n", line);
     return -1;
   }
-  for (char* c = line + start; *c != '\0'; ++c) {
-    if (*c == ' ' || *c == '\t' || *c == '\r' || *c == '\n') {
-      *c = '\0';
-    }
+  char* end = line + start;
+  while (*end != '\0' && *end != ' ' && *end != '\t' && *end != '\r' && *end != '\n') {
+    ++end;
   }
+  *end = '\0';
   return static_cast<int>(start);
 }

@@ -6,10 +6,9 @@
 #include <string_view>
 
 // Finds the value: what follows the first colon and the spaces and tabs behind it. Returns its
-// position in `line` and cuts it there, in place, at its first blank or line end (those from the
-// value's start on become NUL). A line feed counts as a value's first byte, so "Key:\n" has an
-// empty one. Returns -1, the line unchanged and logged, when there is no colon or nothing at all
-// after it.
+// position in `line` and cuts it there, in place, at its first blank or line end. A line feed
+// counts as a value's first byte, so "Key:\n" has an empty one. Returns -1, the line unchanged and
+// logged, when there is no colon or nothing at all after it.
 int parse_pair(char* line);
 
 // Whether `line` begins with exactly the bytes of `key`.

@@ -1,6 +1,7 @@
 #include "inspect/smaps.h"
 
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 
@@ -12,14 +13,23 @@
 
 namespace {
 
-enum class Key { kSize, kPss, kRss, kVmFlags };
+enum class Key { kNone, kSize, kPss, kRss, kVmFlags };
 
-// In the order in which a line is held against them.
-constexpr struct {
-  Key key;
-  std::string_view text;
-} kKeys[] = {
-    {Key::kSize, "Size:"}, {Key::kPss, "Pss:"}, {Key::kRss, "Rss:"}, {Key::kVmFlags, "VmFlags:"}};
+// Most lines are of other keys and differ in their first byte.
+Key key_of(std::string_view line) {
+  switch (line[0]) {
+    case 'S':
+      return line.starts_with("Size:") ? Key::kSize : Key::kNone;
+    case 'P':
+      return line.starts_with("Pss:") ? Key::kPss : Key::kNone;
+    case 'R':
+      return line.starts_with("Rss:") ? Key::kRss : Key::kNone;
+    case 'V':
+      return line.starts_with("VmFlags:") ? Key::kVmFlags : Key::kNone;
+    default:
+      return Key::kNone;
+  }
+}
 
 // Takes the lines one by one; false ends the reading.
 class SmapsParser {
@@ -27,37 +37,39 @@ class SmapsParser {
   SmapsParser(int pid, vma_division_t* divisions)
       : pid_(static_cast<unsigned>(pid)), divisions_(divisions) {}
 
-  bool take(char* line) { return in_area_ ? take_value(line) : take_header(line); }
+  bool take(char* line, size_t length) {
+    if (!in_area_) {
+      return take_header({line, length});
+    }
+    const Key key = key_of({line, length});
+    return key == Key::kNone || take_value(key, line);
+  }
   bool in_area() const { return in_area_; }
   uint64_t rss_sum_kb() const { return rss_sum_kb_; }
 
  private:
-  bool take_header(const char* line) {
+  bool take_header(std::string_view line) {
     const int conversions = parse_vma(line, &vma_);
     if (!is_vma_header(conversions)) {
-      TW_LOG(TW_TAG_STATS, "-> failed to parse \"%s\" of proc %u as a vma's beginning: %d\n", line,
-             pid_, conversions);
+      TW_LOG(TW_TAG_STATS, "-> failed to parse \"%s\" of proc %u as a vma's beginning: %d\n",
+             line.data(), pid_, conversions);
       return false;
     }
     in_area_ = true;
     return true;
   }
 
-  bool take_value(char* line) {
-    const auto* match = std::find_if(std::begin(kKeys), std::end(kKeys), [line](const auto& row) {
-      return line_has_key(line, row.text);
-    });
-    if (match == std::end(kKeys)) {
-      return true;
-    }
+  bool take_value(Key key, char* line) {
     const int position = parse_pair(line);
     if (position < 0) {
       TW_LOG(TW_TAG_STATS, ">> failed to get proc %u smaps's %.*s!!\n", pid_,
-             static_cast<int>(match->text.size() - 1), match->text.data());
+             static_cast<int>(strcspn(line, ":")), line);
       return false;
     }
     const int64_t value = atoi(line + position);
-    switch (match->key) {
+    switch (key) {
+      case Key::kNone:
+        break;
       case Key::kSize:
         return is_consistent(line, value);
       case Key::kPss:
@@ -106,7 +118,7 @@ uint64_t tw_smaps_parse(int pid, LineReader& lines, vma_division_t* divisions) {
   const char* last = "";
   while (char* line = lines.next()) {
     last = line;
-    if (!parser.take(line)) {
+    if (!parser.take(line, lines.length())) {
       return parser.rss_sum_kb();
     }
   }

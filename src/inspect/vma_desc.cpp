@@ -9,14 +9,14 @@
 
 namespace {
 
-// The conversions of a regular line, or 0.
-int parse_regular(const char* line, vma_desc_t* vma) {
+// The conversions of a regular line, with every field set, or 0.
+int parse_regular(std::string_view line, vma_desc_t* vma) {
   FieldWalker walker(line);
-  if (!walker.hex(&vma->start, 16, '-') || !walker.hex(&vma->end, 16, ' ')) {
+  if (!walker.wide_hex(&vma->start, '-') || !walker.wide_hex(&vma->end, ' ')) {
     return 0;
   }
   const std::string_view perms = walker.word();
-  if (perms.empty() || !walker.blank() || !walker.hex(&vma->offset, 16, ' ') ||
+  if (perms.empty() || !walker.blank() || !walker.wide_hex(&vma->offset, ' ') ||
       !walker.hex(&vma->dev_major, 8, ':') || !walker.hex(&vma->dev_minor, 8, ' ') ||
       !walker.decimal(&vma->inode)) {
     return 0;
@@ -24,34 +24,33 @@ int parse_regular(const char* line, vma_desc_t* vma) {
   const std::string_view path = walker.word();
   copy_cut(vma->perms, perms);
   copy_cut(vma->path, path);
+  vma->size_kb = (vma->end - vma->start) >> 10;
+  vma->rss_kb = 0;
+  vma->pss_kb = 0;
   return path.empty() ? 7 : 8;
 }
 
 // A bound in the format would split a word and change the conversions behind it, so the words go
 // into buffers that hold any line.
 int parse_any(const char* line, vma_desc_t* vma) {
+  *vma = {};
   char perms[LineReader::kLineSize] = "";
   char path[LineReader::kLineSize] = "";
   const int count = sscanf(line, TW_VMA_FORMAT, &vma->start, &vma->end, perms, &vma->offset,
                            &vma->dev_major, &vma->dev_minor, &vma->inode, path);
   copy_cut(vma->perms, perms);
   copy_cut(vma->path, path);
+  if (is_vma_header(count)) {
+    vma->size_kb = (vma->end - vma->start) >> 10;
+  }
   return count;
 }
 
 }  // namespace
 
-int parse_vma(const char* line, vma_desc_t* vma) {
-  *vma = {};
-  int count = parse_regular(line, vma);
-  if (count == 0) {
-    *vma = {};
-    count = parse_any(line, vma);
-  }
-  if (is_vma_header(count)) {
-    vma->size_kb = (vma->end - vma->start) >> 10;
-  }
-  return count;
+int parse_vma(std::string_view line, vma_desc_t* vma) {
+  const int count = parse_regular(line, vma);
+  return count != 0 ? count : parse_any(line.data(), vma);
 }
 
 vma_division_t* match_vma_division(vma_division_t* divisions, const vma_desc_t& vma) {
@@ -85,13 +84,16 @@ vma_division_t* match_vma_division(vma_division_t* divisions, const vma_desc_t& 
       {"/dmabuf:", VMA_DIVISION_DMABUF},
       {"/dev/", VMA_DIVISION_DEVNODE},
   };
-  const std::string_view path = vma.path;
-  if (path.empty()) {
+  if (vma.path[0] == '\0') {
     return &divisions[VMA_DIVISION_UNNAMED];
   }
-  for (const auto& row : kEndings) {
-    if (path.ends_with(row.ending)) {
-      return &divisions[row.type];
+  const std::string_view path = vma.path;
+  // Every ending is a dot and 2 to 4 letters.
+  if (path.substr(path.size() - std::min<size_t>(path.size(), 5)).find('.') != path.npos) {
+    for (const auto& row : kEndings) {
+      if (path.ends_with(row.ending)) {
+        return &divisions[row.type];
+      }
     }
   }
   for (const auto& row : kBeginnings) {

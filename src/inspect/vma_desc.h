@@ -4,6 +4,7 @@
 
 #include <cinttypes>
 #include <cstdint>
+#include <string_view>
 
 #include "inspect/vma_division.h"
 
@@ -25,10 +26,10 @@ struct vma_desc_t {
 // The format of a header line. What it converts into `perms` and `path` is cut at their sizes.
 inline constexpr const char* TW_VMA_FORMAT = "%" SCNx64 "-%" SCNx64 " %s %" SCNx64 " %x:%x %u %s";
 
-// Parses the header line `line` (at most 1023 bytes) into `vma`, which is cleared first, with the
-// result of sscanf with TW_VMA_FORMAT: the count of conversions, -1 for an empty line. An area has
-// a header of 7 conversions, or 8 with a name; then size_kb is set too.
-int parse_vma(const char* line, vma_desc_t* vma);
+// Parses the header line `line` (at most 1023 bytes, NUL-terminated) into `vma`, which is cleared
+// first, with the result of sscanf with TW_VMA_FORMAT: the count of conversions, -1 for an empty
+// line. An area has a header of 7 conversions, or 8 with a name; then size_kb is set too.
+int parse_vma(std::string_view line, vma_desc_t* vma);
 
 inline bool is_vma_header(int conversions) {
   return conversions == 7 || conversions == 8;
