@@ -13,8 +13,13 @@
 
 class FieldWalker {
  public:
-  // `line` is NUL-terminated at its end; a NUL byte within ends it as well.
+  // Whether `line` can be walked: it has to end in a line feed, where every step stops, as it does
+  // at one within and at a NUL.
+  static bool can_walk(std::string_view line) { return line.ends_with('\n'); }
   explicit FieldWalker(std::string_view line) : at_(line.data()), end_(line.data() + line.size()) {}
+
+  // Whether nothing but the line feed is left.
+  bool at_end() const { return at_ + 1 == end_; }
 
   // 1 to `most_digits` hexadecimal digits, then `separator`, which is passed.
   template <typename Number>
@@ -45,7 +50,7 @@ class FieldWalker {
     return hex(number, 16, separator);
   }
 
-  // Blanks, then 1 to 18 decimal digits up to a blank or the end. What does not fit `number` is cut
+  // Blanks, then 1 to 18 decimal digits up to a blank or a stop. What does not fit `number` is cut
   // to its low bits, as the C library's scan formats do after a 64-bit conversion.
   template <typename Number>
   bool decimal(Number* number) {
@@ -59,7 +64,7 @@ class FieldWalker {
     return at_ != start && at_ - start <= 18 && class_of(*at_) >= kBlank;
   }
 
-  // Blanks, then the word up to the next; empty at the end of the line.
+  // Blanks, then the word up to the next; empty at a stop.
   std::string_view word() {
     skip_blanks();
     const char* const start = at_;
@@ -75,8 +80,8 @@ class FieldWalker {
  private:
   // What a byte is: the value of a hexadecimal digit (0 to 15), or one of these.
   static constexpr uint8_t kOther = 16;
-  static constexpr uint8_t kBlank = 17;  // what isspace() takes in the C locale
-  static constexpr uint8_t kEnd = 18;
+  static constexpr uint8_t kBlank = 17;  // what isspace() takes in the C locale, but the line feed
+  static constexpr uint8_t kStop = 18;
   static constexpr std::array<uint8_t, 256> kClasses = [] {
     std::array<uint8_t, 256> classes;
     classes.fill(kOther);
@@ -84,10 +89,11 @@ class FieldWalker {
       classes[static_cast<uint8_t>("0123456789abcdef"[i])] = i;
       classes[static_cast<uint8_t>("0123456789ABCDEF"[i])] = i;
     }
-    for (const char blank : {' ', '\t', '\n', '\v', '\f', '\r'}) {
+    for (const char blank : {' ', '\t', '\v', '\f', '\r'}) {
       classes[static_cast<uint8_t>(blank)] = kBlank;
     }
-    classes[0] = kEnd;
+    classes['\n'] = kStop;
+    classes['\0'] = kStop;
     return classes;
   }();
   static uint8_t class_of(char c) { return kClasses[static_cast<uint8_t>(c)]; }

@@ -12,7 +12,7 @@ LineReader LineReader::open(const char* path) {
 }
 
 // What is in the buffer holds no line feed within a piece's length.
-char* LineReader::next_incomplete() {
+std::string_view LineReader::next_incomplete() {
   size_t searched = filled_ - position_;
   while (searched < kLineSize - 1 && fill()) {
     const size_t room = std::min(kLineSize - 1, filled_);
@@ -22,7 +22,7 @@ char* LineReader::next_incomplete() {
     }
     searched = room;
   }
-  return searched > 0 ? hand_out(std::min(kLineSize - 1, searched)) : nullptr;
+  return searched > 0 ? hand_out(std::min(kLineSize - 1, searched)) : std::string_view();
 }
 
 // Moves what is left of the buffer to its front and reads on behind it; false at the end, where a

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "platform/unique_fd.h"
 
@@ -25,16 +26,15 @@ class LineReader {
 
   bool ok() const { return text_.data() != nullptr || fd_.ok(); }
 
-  // The next line with its line feed, if it has one, NUL-terminated, or null at the end. The caller
-  // may change its bytes; it is valid until the next call, the last one also past the end. A NUL
-  // byte in the file ends the text of its line early. A read error ends the file: what was read
+  // The next line with its line feed, if it has one; empty at the end, and only there. It is valid
+  // until the next call, the last one also past the end. A read error ends the file: what was read
   // before it is handed out.
-  char* next() {
-    // Past the last byte the terminator stays: the caller may still look at the line before it.
-    if (position_ < filled_) {
+  std::string_view next() {
+    if (terminated_) {
+      terminated_ = false;
       buffer_[position_] = covered_;
     }
-    char* const line = buffer_ + position_;
+    const char* const line = buffer_ + position_;
     // Lines of one kind are often equally long, which is cheaper to see than to search.
     if (length_ > 16 && length_ <= 33 && filled_ - position_ >= length_ &&
         line[length_ - 1] == '\n' && !has_line_feed(line, length_ - 1)) {
@@ -45,12 +45,21 @@ class LineReader {
                           : next_incomplete();
   }
 
-  // The bytes of the last line, any NUL among them counted.
-  size_t length() const { return length_; }
+  // The last line, NUL-terminated, for callers that need it so; they may change its bytes. A NUL
+  // byte in the file ends its text early.
+  char* c_str() {
+    if (!terminated_) {
+      // Past the last byte there is nothing to keep.
+      terminated_ = position_ < filled_;
+      covered_ = std::exchange(buffer_[position_], '\0');
+    }
+    return buffer_ + position_ - length_;
+  }
 
  private:
   explicit LineReader(unique_fd fd) : fd_(static_cast<unique_fd&&>(fd)) {}
-  // Whether one is among `count` bytes, 16 to 32: in two overlapping words of 16.
+
+  // Whether there is a line feed among `count` bytes, 16 to 32: in two overlapping words of 16.
   static bool has_line_feed(const char* text, size_t count) {
     using Word = char __attribute__((vector_size(16)));
     constexpr Word kLineFeeds = {'\n', '\n', '\n', '\n', '\n', '\n', '\n', '\n',
@@ -64,15 +73,13 @@ class LineReader {
     memcpy(halves, &found, sizeof(found));
     return (halves[0] | halves[1]) != 0;
   }
-  char* hand_out(size_t length) {
-    char* const line = buffer_ + position_;
-    length_ = length;
+  std::string_view hand_out(size_t length) {
+    const char* const line = buffer_ + position_;
     position_ += length;
-    covered_ = buffer_[position_];
-    buffer_[position_] = '\0';
-    return line;
+    length_ = length;
+    return {line, length};
   }
-  char* next_incomplete();
+  std::string_view next_incomplete();
   bool fill();
   size_t read(char* to, size_t room);
 
@@ -82,10 +89,11 @@ class LineReader {
 
   std::string_view text_;
   unique_fd fd_;
-  size_t position_ = 0;  // where the next line begins, under the last one's terminator
+  size_t position_ = 0;  // where the next line begins
   size_t filled_ = 0;
-  size_t length_ = 0;
-  char covered_ = '\0';  // the byte that the terminator stands on
+  size_t length_ = 0;        // of the last line, which ends at position_
+  bool terminated_ = false;  // a NUL stands at position_,
+  char covered_ = '\0';      // in place of this
   char buffer_[kBufferSize + 1];
 };
 

@@ -7,12 +7,12 @@
 int32_t tw_maps_parse(int pid, LineReader& lines, tw_process_desc* desc) {
   vma_division_t divisions[VMA_DIVISION_COUNT] = {};
   int32_t areas = 0;
-  while (const char* line = lines.next()) {
-    vma_desc_t vma;
-    const int conversions = parse_vma({line, lines.length()}, &vma);
+  vma_desc_t vma;
+  for (std::string_view line; !(line = lines.next()).empty();) {
+    const int conversions = parse_vma(line, &vma);
     if (!is_vma_header(conversions)) {
-      TW_LOG(TW_TAG_STATS, "-> failed to parse \"%s\" of proc %u as a vma's beginning: %d\n", line,
-             static_cast<unsigned>(pid), conversions);
+      TW_LOG(TW_TAG_STATS, "-> failed to parse \"%s\" of proc %u as a vma's beginning: %d\n",
+             lines.c_str(), static_cast<unsigned>(pid), conversions);
       return 0;
     }
     ++areas;

@@ -1,5 +1,7 @@
 #include "inspect/parse_pair.h"
 
+#include <string.h>
+
 #include "report/log.h"
 
 int parse_pair(char* line) {

@@ -2,7 +2,6 @@
 #ifndef INSPECT_PARSE_PAIR_H_
 #define INSPECT_PARSE_PAIR_H_
 
-#include <cstring>
 #include <string_view>
 
 // Finds the value: what follows the first colon and the spaces and tabs behind it. Returns its
@@ -12,9 +11,9 @@
 int parse_pair(char* line);
 
 // Whether `line` begins with exactly the bytes of `key`.
-inline bool line_has_key(const char* line, std::string_view key) {
+inline bool line_has_key(std::string_view line, std::string_view key) {
   // Most lines differ in their first byte.
-  return line[0] == key[0] && strncmp(line, key.data(), key.size()) == 0;
+  return !line.empty() && line[0] == key[0] && line.starts_with(key);
 }
 
 #endif  // INSPECT_PARSE_PAIR_H_

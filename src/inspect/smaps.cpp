@@ -37,22 +37,23 @@ class SmapsParser {
   SmapsParser(int pid, vma_division_t* divisions)
       : pid_(static_cast<unsigned>(pid)), divisions_(divisions) {}
 
-  bool take(char* line, size_t length) {
+  // The last line of `lines`, which is `line`.
+  bool take(std::string_view line, LineReader& lines) {
     if (!in_area_) {
-      return take_header({line, length});
+      return take_header(line, lines);
     }
-    const Key key = key_of({line, length});
-    return key == Key::kNone || take_value(key, line);
+    const Key key = key_of(line);
+    return key == Key::kNone || take_value(key, lines.c_str());
   }
   bool in_area() const { return in_area_; }
   uint64_t rss_sum_kb() const { return rss_sum_kb_; }
 
  private:
-  bool take_header(std::string_view line) {
+  bool take_header(std::string_view line, LineReader& lines) {
     const int conversions = parse_vma(line, &vma_);
     if (!is_vma_header(conversions)) {
       TW_LOG(TW_TAG_STATS, "-> failed to parse \"%s\" of proc %u as a vma's beginning: %d\n",
-             line.data(), pid_, conversions);
+             lines.c_str(), pid_, conversions);
       return false;
     }
     in_area_ = true;
@@ -115,16 +116,14 @@ class SmapsParser {
 
 uint64_t tw_smaps_parse(int pid, LineReader& lines, vma_division_t* divisions) {
   SmapsParser parser(pid, divisions);
-  const char* last = "";
-  while (char* line = lines.next()) {
-    last = line;
-    if (!parser.take(line, lines.length())) {
+  for (std::string_view line; !(line = lines.next()).empty();) {
+    if (!parser.take(line, lines)) {
       return parser.rss_sum_kb();
     }
   }
   if (parser.in_area()) {
     TW_LOG(TW_TAG_STATS, "-> proc %u's smaps has a bad tail: \"%s\"\n", static_cast<unsigned>(pid),
-           last);
+           lines.c_str());
   }
   return parser.rss_sum_kb();
 }

@@ -65,14 +65,15 @@ constexpr struct {
 
 void tw_status_parse(int pid, LineReader& lines, CommandLineReader read, tw_process_desc* desc) {
   const auto asked = static_cast<unsigned>(pid);
-  while (char* line = lines.next()) {
+  for (std::string_view text; !(text = lines.next()).empty();) {
     const auto* match = std::begin(kKeys);
-    while (match != std::end(kKeys) && !line_has_key(line, match->text)) {
+    while (match != std::end(kKeys) && !line_has_key(text, match->text)) {
       ++match;
     }
     if (match == std::end(kKeys)) {
       continue;
     }
+    char* const line = lines.c_str();
     const int position = parse_pair(line);
     if (position < 0) {
       const auto bare = static_cast<int>(match->text.size() - 1);

@@ -11,6 +11,9 @@ namespace {
 
 // The conversions of a regular line, with every field set, or 0.
 int parse_regular(std::string_view line, vma_desc_t* vma) {
+  if (!FieldWalker::can_walk(line)) {
+    return 0;
+  }
   FieldWalker walker(line);
   if (!walker.wide_hex(&vma->start, '-') || !walker.wide_hex(&vma->end, ' ')) {
     return 0;
@@ -22,6 +25,9 @@ int parse_regular(std::string_view line, vma_desc_t* vma) {
     return 0;
   }
   const std::string_view path = walker.word();
+  if (path.empty() && !walker.at_end()) {
+    return 0;
+  }
   copy_cut(vma->perms, perms);
   copy_cut(vma->path, path);
   vma->size_kb = (vma->end - vma->start) >> 10;
@@ -32,11 +38,13 @@ int parse_regular(std::string_view line, vma_desc_t* vma) {
 
 // A bound in the format would split a word and change the conversions behind it, so the words go
 // into buffers that hold any line.
-int parse_any(const char* line, vma_desc_t* vma) {
+int parse_any(std::string_view line, vma_desc_t* vma) {
   *vma = {};
+  char text[LineReader::kLineSize];
+  copy_cut(text, line);
   char perms[LineReader::kLineSize] = "";
   char path[LineReader::kLineSize] = "";
-  const int count = sscanf(line, TW_VMA_FORMAT, &vma->start, &vma->end, perms, &vma->offset,
+  const int count = sscanf(text, TW_VMA_FORMAT, &vma->start, &vma->end, perms, &vma->offset,
                            &vma->dev_major, &vma->dev_minor, &vma->inode, path);
   copy_cut(vma->perms, perms);
   copy_cut(vma->path, path);
@@ -50,7 +58,7 @@ int parse_any(const char* line, vma_desc_t* vma) {
 
 int parse_vma(std::string_view line, vma_desc_t* vma) {
   const int count = parse_regular(line, vma);
-  return count != 0 ? count : parse_any(line.data(), vma);
+  return count != 0 ? count : parse_any(line, vma);
 }
 
 vma_division_t* match_vma_division(vma_division_t* divisions, const vma_desc_t& vma) {

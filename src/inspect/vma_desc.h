@@ -26,7 +26,7 @@ struct vma_desc_t {
 // The format of a header line. What it converts into `perms` and `path` is cut at their sizes.
 inline constexpr const char* TW_VMA_FORMAT = "%" SCNx64 "-%" SCNx64 " %s %" SCNx64 " %x:%x %u %s";
 
-// Parses the header line `line` (at most 1023 bytes, NUL-terminated) into `vma`, which is cleared
+// Parses the header line `line` (at most 1023 bytes) into `vma`, which is cleared
 // first, with the result of sscanf with TW_VMA_FORMAT: the count of conversions, -1 for an empty
 // line. An area has a header of 7 conversions, or 8 with a name; then size_kb is set too.
 int parse_vma(std::string_view line, vma_desc_t* vma);

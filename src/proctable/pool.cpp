@@ -1,10 +1,10 @@
 #include "proctable/pool.h"
 
-#include <stdlib.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 
 #include "inspect/line_reader.h"
 #include "platform/proc_root.h"
@@ -44,6 +44,8 @@ tw_process_pool tw_process_pool_reserve(uint64_t pid_limit) {
 
 uint64_t tw_kernel_pid_limit() {
   LineReader lines = LineReader::open(ProcPath("/sys/kernel/pid_max").c_str());
-  const char* line = lines.ok() ? lines.next() : nullptr;
-  return line != nullptr && line[0] >= '0' && line[0] <= '9' ? strtoull(line, nullptr, 10) : 0;
+  const std::string_view line = lines.ok() ? lines.next() : std::string_view();
+  uint64_t limit = 0;
+  std::from_chars(line.data(), line.data() + line.size(), limit);
+  return limit;
 }

@@ -25,11 +25,12 @@ constexpr struct {
 }  // namespace
 
 void tw_meminfo_parse(LineReader& lines, tw_meminfo_t* meminfo) {
-  while (char* line = lines.next()) {
+  for (std::string_view text; !(text = lines.next()).empty();) {
     for (const auto& key : kKeys) {
-      if (!line_has_key(line, key.prefix)) {
+      if (!line_has_key(text, key.prefix)) {
         continue;
       }
+      char* const line = lines.c_str();
       const int position = parse_pair(line);
       if (position < 0) {
         TW_LOG(TW_TAG_STATS, ">> failed to get %s!!\n", key.name);

@@ -10,26 +10,30 @@
 #include "report/log.h"
 #include "report/reporter.h"
 
-int parse_slab(const char* line, tw_slab_entry_t* entry) {
+int parse_slab(std::string_view line, tw_slab_entry_t* entry) {
   int32_t objects;
-  FieldWalker walker(line);
-  const std::string_view regular_name = walker.word();
-  if (!regular_name.empty() && walker.decimal(&entry->active_objs) && walker.decimal(&objects) &&
-      walker.decimal(&entry->obj_size) && !walker.word().empty()) {
-    copy_cut(entry->name, regular_name);
-    return 5;
+  if (FieldWalker::can_walk(line)) {
+    FieldWalker walker(line);
+    const std::string_view name = walker.word();
+    if (!name.empty() && walker.decimal(&entry->active_objs) && walker.decimal(&objects) &&
+        walker.decimal(&entry->obj_size) && !walker.word().empty()) {
+      copy_cut(entry->name, name);
+      return 5;
+    }
   }
   // Words go into buffers that hold any line: a bound in the format would split them.
+  char text[LineReader::kLineSize];
+  copy_cut(text, line);
   char name[LineReader::kLineSize] = "";
   char rest[LineReader::kLineSize];
   const int count =
-      sscanf(line, TW_SLAB_FORMAT, name, &entry->active_objs, &objects, &entry->obj_size, rest);
+      sscanf(text, TW_SLAB_FORMAT, name, &entry->active_objs, &objects, &entry->obj_size, rest);
   copy_cut(entry->name, name);
   return count;
 }
 
 void tw_slabinfo_parse(LineReader& lines, tw_slabinfo_t* slabinfo) {
-  while (const char* line = lines.next()) {
+  for (std::string_view line; !(line = lines.next()).empty();) {
     tw_slab_entry_t entry = {};
     if (parse_slab(line, &entry) != 5 || entry.active_objs == 0) {
       continue;

@@ -28,6 +28,6 @@ inline constexpr const char* TW_SLAB_FORMAT = "%s %d %d %d %s";
 
 // One line (at most 1023 bytes) into the first three fields of `entry`, with the result of sscanf
 // with TW_SLAB_FORMAT. The name is cut at its field's size.
-int parse_slab(const char* line, tw_slab_entry_t* entry);
+int parse_slab(std::string_view line, tw_slab_entry_t* entry);
 
 #endif  // INSPECT_SYSTEM_SLABINFO_H_
