@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# What scripts/run, scripts/test and .ci/run share. Sourced, never run; changes no directory.
+# What the scripts beside it and .ci/run share. Sourced, never run; changes no directory.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
@@ -15,11 +15,12 @@ missing_packages() {
   done
 }
 
-# Whether what we use of a package is there all the same: a command, or a header that the compiler
-# finds. For machines where Debian's packages are not to be had.
+# Whether what we use of a package is there all the same: a command, a header that the compiler
+# finds, or a file by its full name. For machines where Debian's packages are not to be had.
 provided() {
   case $1 in
     *.h | *.hpp) "${CXX:-c++}" -x c++ -fsyntax-only - <<<"#include <$1>" 2>/dev/null ;;
+    /*) [[ -e $1 ]] ;;
     *) command -v "$1" >/dev/null ;;
   esac
 }
@@ -68,4 +69,15 @@ configured() {
   [[ -f $folder/build.ninja && -f $folder/CMakeCache.txt ]] &&
     [[ ! $root/CMakePresets.json -nt $folder/build.ninja ]] &&
     { [[ -z ${2-} ]] || grep -q "^TASKWARDEN_TESTS:BOOL=$2\$" "$folder/CMakeCache.txt"; }
+}
+
+# build_with_tests PRESET: configures where that is needed, and builds. TASKWARDEN_CMAKE_ARGS, if set,
+# holds more arguments for configuring, separated by blanks.
+build_with_tests() {
+  local cmake_args
+  read -ra cmake_args <<<"${TASKWARDEN_CMAKE_ARGS-}"
+  if ((${#cmake_args[@]})) || ! configured "$1" ON; then
+    cmake --preset "$1" -DTASKWARDEN_TESTS=ON "${cmake_args[@]}"
+  fi
+  cmake --build --preset "$1"
 }

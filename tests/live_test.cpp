@@ -108,7 +108,7 @@ TEST(Live, GrowthNewNamesAndTheEnd) {
             "1024a#P+ 1280a#P+ 1024a#P+ 1280a#P+ 1281a#P+ 770a#P 770it_b#P 769c#P 770d#P ");
 }
 
-TEST(Live, ThousandsComeAndGo) {
+TEST(OwnProcess, StaysSmallWhileThousandsComeAndGo) {
   pass_low_pids();
   tw_process_list* list = fresh_table();
   taskwarden_set_output([](void*, int, const char*, const char*, size_t) {}, nullptr);

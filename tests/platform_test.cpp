@@ -66,6 +66,16 @@ TEST(Platform, KeepsItsLimits) {
   const auto [entries, listings, slots] = tw_process_pool_reserve(UINT64_MAX);
   EXPECT_TRUE(slots == 4194304 && entries[slots - 1].pid++ == 0 && listings[slots - 1].size++ == 0);
   EXPECT_EQ(tw_process_pool_reserve(35000).slots + tw_process_pool_reserve(35001).slots, 70001U);
+  char value[PROPERTY_VALUE_MAX];
+  setenv("TW_TEST_A", std::string(200, 'x').c_str(), 1);
+  EXPECT_EQ(property_get("tw.test.a", value, "d"), 91);
+  setenv("TW_TEST_A", "", 1);
+  EXPECT_EQ(property_get("tw.test.a", value, "d") + value[0], 1 + 'd');
+  EXPECT_EQ(tw_entry_type(AT_FDCWD, "/proc/self", DT_UNKNOWN), DT_LNK);
+  EXPECT_EQ(tw_entry_type(AT_FDCWD, "/proc/none", DT_UNKNOWN), DT_UNKNOWN);
+}
+
+TEST(OwnProcess, HasASmallPoolWhereALargeOneIsRefused) {
   EXPECT_EXIT(
       {
         rlim_t pages = 0;  // of addresses in use: 64 MiB more, and the reservation is refused
@@ -77,13 +87,6 @@ TEST(Platform, KeepsItsLimits) {
         _exit(tw_process_pool_reserve(UINT64_MAX).slots == TW_PROCESS_SLOTS ? 7 : 1);
       },
       testing::ExitedWithCode(7), "");
-  char value[PROPERTY_VALUE_MAX];
-  setenv("TW_TEST_A", std::string(200, 'x').c_str(), 1);
-  EXPECT_EQ(property_get("tw.test.a", value, "d"), 91);
-  setenv("TW_TEST_A", "", 1);
-  EXPECT_EQ(property_get("tw.test.a", value, "d") + value[0], 1 + 'd');
-  EXPECT_EQ(tw_entry_type(AT_FDCWD, "/proc/self", DT_UNKNOWN), DT_LNK);
-  EXPECT_EQ(tw_entry_type(AT_FDCWD, "/proc/none", DT_UNKNOWN), DT_UNKNOWN);
 }
 
 TEST(TaggedBlock, IsKnownFromAllocationToRelease) {
