@@ -15,6 +15,7 @@ tw_process_list* fresh_table() {
   while (tw_process_entry* entry = list->head) {
     list->head = entry->next;
     tw_release_entry_blocks(entry);
+    *tw_fd_listing_of(entry->pid) = {};
     *entry = {};
   }
   for (ProcessCollector* ranking : {list->runtime_collector, list->native_collector}) {
