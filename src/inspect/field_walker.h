@@ -3,7 +3,6 @@
 #ifndef INSPECT_FIELD_WALKER_H_
 #define INSPECT_FIELD_WALKER_H_
 
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -127,13 +126,5 @@ class FieldWalker {
   const char* at_;
   const char* end_;
 };
-
-// Copies `text` into `field`, cut at its size less the terminator.
-template <size_t N>
-void copy_cut(char (&field)[N], std::string_view text) {
-  const size_t length = std::min(text.size(), N - 1);
-  memcpy(field, text.data(), length);
-  field[length] = '\0';
-}
 
 #endif  // INSPECT_FIELD_WALKER_H_

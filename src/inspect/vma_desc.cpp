@@ -6,6 +6,7 @@
 
 #include "inspect/field_walker.h"
 #include "inspect/line_reader.h"
+#include "platform/text_field.h"
 
 namespace {
 
