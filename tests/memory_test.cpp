@@ -87,7 +87,7 @@ TEST(Formats, HandParsesEqualTheScanFormats) {
   Words number{std::istream_iterator<std::string>(numbers), {}};
   number.insert(number.end(), {"", " b"});
   const Words blank = {" ", "  ", "\t", "", "\v"}, dash = {"-", " -"}, colon = {":", " "};
-  const Words word = {"rw-p", "rw-pqrstuvwx", std::string(400, 'p'), ""};
+  const Words word = {"rw-p", "rw-p 00000000 00:00 0", "rw-pqrstuvwx", std::string(400, 'p'), ""};
   const Words path = {"   /lib/libc.so\n", "\n", "", " [anon:a b]\n", " " + std::string(900, '/')};
   const Words device = {"fd", "123456789", "-"};
   const std::vector<Words> area = {number, dash,   number, blank,  word,  blank,  number,

@@ -73,6 +73,13 @@ class FieldWalker {
     return {start, static_cast<size_t>(at_ - start)};
   }
 
+  // Passes exactly `text` if it stands here.
+  bool skip(std::string_view text) {
+    const bool here = std::string_view(at_, static_cast<size_t>(end_ - at_)).starts_with(text);
+    at_ += here ? text.size() : 0;
+    return here;
+  }
+
   // Exactly one blank, which is passed.
   bool blank() { return class_of(*at_) == kBlank && (++at_, true); }
 
