@@ -71,6 +71,12 @@ class Process {
   SmapsResult smaps(Reader reader) const {
     SmapsResult result;
     result.rss_kb = reader(pid_, result.divisions);
+    if (child_ != nullptr) {
+      // How many share a live page changes with every program that comes and goes.
+      for (vma_division_t& division : result.divisions) {
+        division.pss_kb = division.pss_kb <= division.rss_kb ? 0 : 1;
+      }
+    }
     return result;
   }
   template <typename Reader>
