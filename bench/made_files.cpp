@@ -85,9 +85,9 @@ MadeFiles::MadeFiles(int areas) {
     const char* name = kNames[static_cast<size_t>(i) % std::size(kNames)];
     const uint64_t kb = 4 * (static_cast<uint64_t>(i) % 61 + 1);
     char head[128];
-    const int length =
-        snprintf(head, sizeof(head), "%08" PRIx64 "-%08" PRIx64 " rw-p %08x %02x:%02x %u ", start,
-                 start + kb * 1024, 0U, 0xfdU, i % 7, name[0] == '/' ? 1000U + i : 0U);
+    const int length = snprintf(
+        head, sizeof(head), "%08" PRIx64 "-%08" PRIx64 " rw-p %08x %02x:%02x %u ", start,
+        start + kb * 1024, 0U, 0xfdU, static_cast<unsigned>(i % 7), name[0] == '/' ? 1000U : 0U);
     std::string line = head;
     if (name[0] != '\0') {
       line.append(static_cast<size_t>(73 > length ? 73 - length : 0), ' ').append(name);

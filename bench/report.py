@@ -18,7 +18,6 @@ WORK = [
     (r"scan/(\d+)", r"scan with nothing new, \1 processes", "process"),
     (r"peers/(\d+)", r"visit, \1 processes of 14 descriptors", "process"),
     (r"peers/mixed", "visit, 1000 processes, some with 1000 and 10000 descriptors", "process"),
-    (r"experiment/(\d+)", r"experiment: has it run? \1 processes", "process"),
 ]
 
 BESIDE = {
@@ -27,9 +26,6 @@ BESIDE = {
     "raw_own": "raw calls that ours makes",
     "libproc2": "libproc2, all, with a count",
     "libproc2_select": "libproc2, by pid, with a count",
-    "cpu_clock": "access and the process's CPU clock",
-    "schedstat": "access and one read of schedstat",
-    "stat": "access and one read of stat",
 }
 
 # The most that ours may cost beside another.
@@ -122,12 +118,29 @@ def bookkeeping(times):
         print()
 
 
+def experiment(times):
+    """What it costs to ask whether a process has run since its last visit."""
+    names = {"ours": "nothing: the whole visit", "cpu_clock": "access and the process's CPU clock",
+             "schedstat": "access and one read of its schedstat",
+             "stat": "access and one read of its stat"}
+    for group in [group for group in times if group.startswith("experiment/")]:
+        print(f"| experiment: asked of {group.split('/')[1]} idle processes | µs a process | "
+              "part of a visit |")
+        print("|---|---|---|")
+        visit = statistics.median(times[group]["ours"])
+        for variant, title in names.items():
+            cost = statistics.median(times[group][variant])
+            print(f"| {title} | {cost / 1e3:.3f} | {cost / visit:.3f} |")
+        print()
+
+
 def main():
     times, visited = load(sys.argv[1:])
     compare(times)
     growth(times)
     slices(visited)
     bookkeeping(times)
+    experiment(times)
 
 
 if __name__ == "__main__":
