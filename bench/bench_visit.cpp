@@ -115,6 +115,25 @@ void add_visits(const std::string& population, benchmark::IterationCount iterati
   });
 }
 
+// Where the kernel spends the time of a visit.
+void add_pieces(const std::string& population) {
+  const auto add = [&](const std::string& variant, bool (RawVisits::*calls)() const) {
+    benchmark::RegisterBenchmark(("pieces/" + population + "/" + variant).c_str(),
+                                 [population, calls](benchmark::State& state) {
+                                   const Population& processes = subject(population).population;
+                                   const RawVisits raw(processes.pids());
+                                   measure(state, processes.pids().size(),
+                                           [&] { return (raw.*calls)(); });
+                                 })
+        ->Unit(benchmark::kMillisecond);
+  };
+  add("access", &RawVisits::accesses);
+  add("status", &RawVisits::statuses);
+  add("command_line", &RawVisits::command_lines);
+  add("size", &RawVisits::sizes);
+  add("listing", &RawVisits::listings);
+}
+
 // How many processes the slice of a pass takes in.
 void add_slice(const std::string& population) {
   benchmark::RegisterBenchmark(("slice/" + population + "/ours").c_str(),
@@ -232,10 +251,11 @@ void add_experiment(const std::string& population) {
 int main(int argc, char** argv) {
   prepare_library();
   add_visits("300", 30);
-  add_visits("1000", 15);
-  add_visits("3000", 5);
-  add_visits("10000", 2);
+  add_visits("1000", 10);
+  add_visits("3000", 4);
+  add_visits("10000", 1);
   add_visits("mixed", 30);
+  add_pieces("1000");
   add_slice("3000");
   add_slice("10000");
   add_bookkeeping();

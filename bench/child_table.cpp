@@ -15,9 +15,6 @@
 
 namespace {
 
-// The rhythm of what a visit does only sometimes.
-constexpr size_t kRhythm = 30;
-
 uint64_t failures = 0;
 
 void discard(void* /*context*/, int output, const char* /*tag*/, const char* /*text*/,
@@ -57,12 +54,8 @@ uint64_t logged_failures() {
 }
 
 ChildTable::ChildTable(std::span<const pid_t> pids) : list_(tw_process_list_create()) {
-  const size_t batch = pids.size() / kRhythm + 1;
-  for (size_t i = 0; i < pids.size(); ++i) {
-    link(pids[i]);
-    if (i % batch == batch - 1) {
-      visit_all();
-    }
+  for (const pid_t pid : pids) {
+    link(pid);
   }
   visit_all();
   {
@@ -83,6 +76,7 @@ ChildTable::ChildTable(std::span<const pid_t> pids) : list_(tw_process_list_crea
 ChildTable::~ChildTable() {
   while (tw_process_entry* entry = list_->head) {
     list_->head = entry->next;
+    *tw_fd_listing_of(entry->pid) = {};
     *entry = {};
   }
   for (ProcessCollector* ranking : {list_->runtime_collector, list_->native_collector}) {

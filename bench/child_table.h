@@ -26,8 +26,7 @@ struct TableTotals {
 class ChildTable {
  public:
   // Links the processes and visits them until the visit is an ordinary one: names known, baselines
-  // taken, events polled, none interesting. What is done at every so many visits of a process is
-  // then spread evenly over them, as in a population that was not born at once.
+  // taken, events polled, none interesting.
   explicit ChildTable(std::span<const pid_t> pids);
   ~ChildTable();
   ChildTable& operator=(ChildTable&&) = delete;  // nor any copy

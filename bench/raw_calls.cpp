@@ -7,12 +7,11 @@
 
 #include <filesystem>
 
+#include "inspect/open_files.h"
 #include "platform/proc_root.h"
 #include "platform/unique_fd.h"
 
 namespace {
-
-constexpr size_t kRhythm = 30;
 
 alignas(8) char buffer[8192];
 
@@ -56,7 +55,7 @@ RawVisits::RawVisits(std::span<const pid_t> pids) {
   for (const pid_t pid : pids) {
     const std::string directory = process_directory(pid);
     processes_.push_back({directory, directory + "/status", directory + "/cmdline",
-                          directory + "/fd", processes_.size() % kRhythm});
+                          directory + "/fd", processes_.size() % TW_FD_LISTING_RHYTHM});
   }
 }
 
@@ -77,11 +76,45 @@ bool RawVisits::own() {
     const unique_fd directory = open_directory(process.descriptors.c_str());
     struct stat size;
     ok &= fstat(directory.get(), &size) == 0;
-    if (++process.visits % kRhythm == 0) {
+    if (++process.visits % TW_FD_LISTING_RHYTHM == 0) {
       ok &= list(directory.get()) && fstat(directory.get(), &size) == 0;
     }
   }
   return ok;
+}
+
+template <typename Calls>
+bool RawVisits::each(Calls calls) const {
+  bool ok = true;
+  for (const Process& process : processes_) {
+    ok &= calls(process);
+  }
+  return ok;
+}
+
+bool RawVisits::accesses() const {
+  return each([](const Process& process) { return access(process.directory.c_str(), F_OK) == 0; });
+}
+
+bool RawVisits::statuses() const {
+  return each([](const Process& process) { return read_once(process.status.c_str()); });
+}
+
+bool RawVisits::command_lines() const {
+  return each([](const Process& process) { return read_once(process.command_line.c_str()); });
+}
+
+bool RawVisits::listings() const {
+  return each([](const Process& process) {
+    return list(open_directory(process.descriptors.c_str()).get());
+  });
+}
+
+bool RawVisits::sizes() const {
+  return each([](const Process& process) {
+    struct stat size;
+    return fstat(open_directory(process.descriptors.c_str()).get(), &size) == 0;
+  });
 }
 
 bool raw_read(const std::string& path) {

@@ -18,14 +18,24 @@ class RawVisits {
   // Status and command line read until the end of the file, descriptors listed: the plain way.
   bool plain() const;
   // The calls of the library's own visit: access; one read of each file; the size of the descriptor
-  // directory, which at every 30th visit is listed as well.
+  // directory, which is listed as well at the rhythm of its visits.
   bool own();
+
+  // The pieces of both.
+  bool accesses() const;
+  bool statuses() const;
+  bool command_lines() const;
+  bool listings() const;
+  bool sizes() const;
 
  private:
   struct Process {
     std::string directory, status, command_line, descriptors;
     size_t visits;
   };
+  template <typename Calls>
+  bool each(Calls calls) const;
+
   std::vector<Process> processes_;
 };
 

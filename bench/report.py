@@ -118,6 +118,20 @@ def bookkeeping(times):
         print()
 
 
+def pieces(times):
+    """The kernel's part of a visit, call by call."""
+    names = {"access": "access of the process's directory", "status": "status: open, read, close",
+             "command_line": "command line: open, read, close",
+             "size": "descriptor directory: open, fstat, close",
+             "listing": "descriptor directory: open, getdents until 0, close"}
+    for group in [group for group in times if group.startswith("pieces/")]:
+        print(f"| system calls, {group.split('/')[1]} processes of 14 descriptors | µs a process |")
+        print("|---|---|")
+        for variant, title in names.items():
+            print(f"| {title} | {statistics.median(times[group][variant]) / 1e3:.2f} |")
+        print()
+
+
 def experiment(times):
     """What it costs to ask whether a process has run since its last visit."""
     names = {"ours": "nothing: the whole visit", "cpu_clock": "access and the process's CPU clock",
@@ -139,6 +153,7 @@ def main():
     compare(times)
     growth(times)
     slices(visited)
+    pieces(times)
     bookkeeping(times)
     experiment(times)
 
