@@ -178,10 +178,8 @@ void add_bookkeeping() {
 // text that stays the same if it has not. Where that holds the rest of a visit could be left out.
 //
 // `cpu_clock` covers all threads, also those that have ended, to the nanosecond; `schedstat` the
-// first thread only; `stat` all threads, but in ticks, which is too coarse to prove anything. None
-// of them sees what others do to a process that sleeps: a new parent, pages of it reclaimed or
-// swapped out or taken in on its behalf, a changed limit, a descriptor put in by a seccomp
-// supervisor.
+// first thread only; `stat` all threads, but in ticks, which is too coarse to prove anything. What
+// others do to a process that sleeps none of them sees: docs/performance.md lists it.
 class RunProbes {
  public:
   struct Process {
@@ -250,9 +248,9 @@ void add_experiment(const std::string& population) {
 
 int main(int argc, char** argv) {
   prepare_library();
-  add_visits("300", 30);
-  add_visits("1000", 10);
-  add_visits("3000", 4);
+  add_visits("300", 20);
+  add_visits("1000", 6);
+  add_visits("3000", 3);
   add_visits("10000", 1);
   add_visits("mixed", 30);
   add_pieces("1000");

@@ -87,7 +87,7 @@ def compare(times):
             verdict = "" if goal is None else f"≤ {goal:.2f}{'' if ratio <= goal else ' **missed**'}"
             print(f"| {re.sub(pattern, title, group)} | {item} | {median / 1e3:.3f} | "
                   f"{quartiles[0] / 1e3:.3f} to {quartiles[2] / 1e3:.3f} | {BESIDE[variant]} | "
-                  f"{its / 1e3:.3f} | {ratio:.2f} | {verdict} |")
+                  f"{its / 1e3:.3f} | {ratio:.3f} | {verdict} |")
     print()
 
 
