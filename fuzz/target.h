@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
+#include <string>
 #include <string_view>
 
 #include "inspect/line_reader.h"
@@ -32,6 +34,15 @@ void each_line(std::string_view text, Take take) {
     take(line);
   }
   require(lines.next() == nullptr);
+}
+
+// The value of a line "Key:  value unit", found the plain way: what stands behind the first colon
+// and the blanks there, up to the next blank. Nothing where the line has none.
+inline std::optional<std::string> plain_value(std::string_view line) {
+  const size_t colon = line.find(':');
+  const size_t start = colon != line.npos ? line.find_first_not_of(" \t", colon + 1) : line.npos;
+  if (start == line.npos) return std::nullopt;
+  return std::string(line.substr(start, line.find_first_of(" \t\r\n", start) - start));
 }
 
 #endif  // FUZZ_TARGET_H_
