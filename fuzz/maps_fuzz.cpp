@@ -8,7 +8,7 @@ void fuzz(std::string_view text) {
   vma_division_t sums[VMA_DIVISION_COUNT] = {};
   int32_t areas = 0;
   bool whole = true;
-  each_line(text, [&](const char* line) {
+  each_line(text, [&](std::string_view line) {
     vma_desc_t vma;
     const int count = parse_vma(line, &vma);
     require(vma_line_agrees(line, count, vma));

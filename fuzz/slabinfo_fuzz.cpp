@@ -6,7 +6,7 @@
 
 void fuzz(std::string_view text) {
   int32_t live = 0;
-  each_line(text, [&](const char* line) {
+  each_line(text, [&](std::string_view line) {
     tw_slab_entry_t entry = {};
     const int count = parse_slab(line, &entry);
     require(slab_line_agrees(line, count, entry));

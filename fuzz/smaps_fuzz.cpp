@@ -15,7 +15,7 @@ void fuzz(std::string_view text) {
     const std::string_view key = line.substr(0, line.find(':') + 1);
     if (ended) return;
     if (!in_area) {
-      in_area = is_vma_header(parse_vma(line.data(), &vma));
+      in_area = is_vma_header(parse_vma(line, &vma));
       ended = !in_area;
     } else if (key == "Size:" || key == "Pss:" || key == "Rss:" || key == "VmFlags:") {
       const auto value = plain_value(line);

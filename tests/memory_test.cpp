@@ -98,16 +98,16 @@ TEST(Formats, HandParsesEqualTheScanFormats) {
   for (int i = 0; i < 100000; ++i) {
     const std::string line = made_line(area);
     vma_desc_t vma;
-    const int count = parse_vma(line.c_str(), &vma);
-    ASSERT_TRUE(vma_line_agrees(line.c_str(), count, vma)) << line;
+    const int count = parse_vma(line, &vma);
+    ASSERT_TRUE(vma_line_agrees(line, count, vma)) << line;
     counts.insert(count);
   }
   EXPECT_EQ(counts, (std::set<int>{-1, 0, 1, 2, 3, 4, 5, 6, 7, 8}));
   for (int i = 0; i < 50000; ++i) {
     const std::string line = made_line(cache);
     tw_slab_entry_t entry = {};
-    const int count = parse_slab(line.c_str(), &entry);
-    ASSERT_TRUE(slab_line_agrees(line.c_str(), count, entry)) << line;
+    const int count = parse_slab(line, &entry);
+    ASSERT_TRUE(slab_line_agrees(line, count, entry)) << line;
   }
 }
 
