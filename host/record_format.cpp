@@ -62,7 +62,7 @@ std::string escape_text(std::string_view text) {
     const size_t length = decode(text, &point);
     const std::string_view bytes = text.substr(0, length == 0 ? 1 : length);
     text.remove_prefix(bytes.size());
-    if (point == '\\') {
+    if (bytes == "\\") {
       out += "\\\\";
     } else if (length != 0 && is_printable(point)) {
       out += bytes;

@@ -78,6 +78,7 @@ TEST(Record, TextCannotDriveATerminal) {
       {"\u009b\u00a0\u2066\u2070", "\\xC2\\x9B\u00a0\\xE2\\x81\\xA6\u2070"},
       {"\u2028\u202e\u200f", "\\xE2\\x80\\xA8\\xE2\\x80\\xAE\\xE2\\x80\\x8F"},
       {"\x80 \xc0\xaf \xed\xa0\x80", "\\x80 \\xC0\\xAF \\xED\\xA0\\x80"},
+      {"\xc1\x9c", "\\xC1\\x9C"},  // a backslash in two bytes
       {"\xf4\x90\x80\x80 \xff \xe4\xb8", "\\xF4\\x90\\x80\\x80 \\xFF \\xE4\\xB8"},
   };
   for (const auto& [bytes, shown] : rows) EXPECT_EQ(host::escape_text(bytes), shown);
