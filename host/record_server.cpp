@@ -105,11 +105,10 @@ bool RecordServer::run() {
 std::string RecordServer::refusals() const {
   const uint64_t senders = refused_senders_;
   const uint64_t texts = refused_texts_;
-  return senders + texts == 0
-             ? ""
-             : "refused " + std::to_string(senders + texts) +
-                   " records in all: " + std::to_string(senders) + " for their sender, " +
-                   std::to_string(texts) + " for what came";
+  return senders + texts == 0 ? ""
+                              : "records refused: " + std::to_string(senders + texts) + " (" +
+                                    std::to_string(senders) + " for their sender, " +
+                                    std::to_string(texts) + " for what came)";
 }
 
 void RecordServer::accept_one(Clock::time_point now) {

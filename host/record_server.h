@@ -57,7 +57,7 @@ class RecordServer {
   // waited for (false, once `on_refusal` has been told). Calls both on the calling thread.
   bool run();
 
-  // How much was refused so far, as a phrase ("refused 3 records: ..."); empty if nothing was. Any
+  // How much was refused so far, as a phrase ("records refused: 3 ..."); empty if nothing was. Any
   // thread, also while the server runs.
   std::string refusals() const;
 

@@ -148,7 +148,7 @@ TEST(HostProgram, ListenRefusesOtherUsers) {
   EXPECT_LE(lines - 1, (std::chrono::steady_clock::now() - begin) / std::chrono::seconds(1));
   kill(program.pid(), SIGTERM);
   EXPECT_EQ(program.until("\n"),
-            "taskwarden: refused 50 records in all: 50 for their sender, 0 for what came\n");
+            "taskwarden: records refused: 50 (50 for their sender, 0 for what came)\n");
 }
 
 TEST(HostProgram, WatchDropsTheOldestWhileNobodyReads) {
