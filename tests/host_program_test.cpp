@@ -168,10 +168,6 @@ TEST(HostProgram, WatchDropsTheOldestWhileNobodyReads) {
   }
   EXPECT_GT(dropped, 100);
   EXPECT_GE(records + dropped, 600);
-  const auto begin = std::chrono::steady_clock::now();
-  kill(program.pid(), SIGTERM);
-  EXPECT_EQ(program.end(), 0);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
 }
 
 TEST(HostProgram, WatchQuotesNamesSafely) {
