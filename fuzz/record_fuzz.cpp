@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/escape.h"
 #include "host/record_format.h"
 #include "target.h"
 
