@@ -1,11 +1,12 @@
 #include "inspect/status.h"
 
+#include <android-base/file.h>
+#include <android-base/stringprintf.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "inspect/parse_pair.h"
-#include "platform/android_base.h"
 #include "platform/proc_root.h"
 #include "proctable/zygote.h"
 #include "report/log.h"
