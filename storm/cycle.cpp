@@ -47,10 +47,9 @@ void begin_slice(bool of_new_pass) {
 void end_slice(bool of_pass) {
   CycleFigures& figures = figures_so_far;
   const int64_t now = reading_us(CLOCK_MONOTONIC);
-  if (now - slice_began_us > figures.longest_slice_us) {
-    figures.longest_slice_us = now - slice_began_us;
-    figures.its_cpu_us = reading_us(CLOCK_THREAD_CPUTIME_ID) - slice_began_cpu_us;
-  }
+  const int64_t cpu = reading_us(CLOCK_THREAD_CPUTIME_ID) - slice_began_cpu_us;
+  figures.longest_slice_us = std::max(figures.longest_slice_us, now - slice_began_us);
+  figures.most_cpu_us = std::max(figures.most_cpu_us, cpu);
   if (of_pass) {
     ++figures.passes;
     figures.longest_pass_us = std::max(figures.longest_pass_us, now - pass_began_us);

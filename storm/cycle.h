@@ -10,9 +10,9 @@
 // What lies between two rests is a slice: more than one of the cycle's own where it skips a rest.
 struct CycleFigures {
   int64_t passes = 0;
-  int64_t longest_pass_us = 0;   // rests included
-  int64_t longest_slice_us = 0;  // of wall clock
-  int64_t its_cpu_us = 0;        // of its thread
+  int64_t longest_pass_us = 0;  // rests included
+  int64_t longest_slice_us = 0;
+  int64_t most_cpu_us = 0;  // that a slice took
 };
 
 class Cycle {

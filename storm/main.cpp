@@ -70,11 +70,14 @@ int run(const char* name, bool quick, std::span<char> command_line) {
   }
   const Holdings after = holdings();
   const CycleFigures& figures = cycle.figures();
-  printf("| %s | %d ms | %ld | %ld ms | %.1f ms (%.1f) | %d | %ld, %ld | %zu, %zu |",
-         storm.what.c_str(), storm.longest_rest_ms, figures.passes, figures.longest_pass_us / 1000,
-         static_cast<double>(figures.longest_slice_us) / 1000,
-         static_cast<double>(figures.its_cpu_us) / 1000, quiet, before.descriptors,
-         after.descriptors, before.heap_bytes, after.heap_bytes);
+  printf(
+      "| %s | %d ms | %ld | %.1f s | %.1f ms | %.1f ms | %d quiet pass%s | %ld → %ld | "
+      "%zu → %zu |",
+      storm.what.c_str(), storm.longest_rest_ms, figures.passes,
+      static_cast<double>(figures.longest_pass_us) / 1e6,
+      static_cast<double>(figures.longest_slice_us) / 1e3,
+      static_cast<double>(figures.most_cpu_us) / 1e3, quiet, quiet > 1 ? "es" : "",
+      before.descriptors, after.descriptors, before.heap_bytes, after.heap_bytes);
   for (const auto& [kind, count] : transcript.kinds()) {
     printf(" %d × `%s`", count, kind.c_str());
   }
@@ -88,11 +91,9 @@ int run(const char* name, bool quick, std::span<char> command_line) {
 
 void print_heading() {
   printf(
-      "| storm | rests, at most | passes | longest pass | longest slice (its CPU time) | table "
-      "exact "
-      "after quiet passes | descriptors before, after | heap bytes before, after | lines of the "
-      "log, "
-      "events |\n|---|---|---|---|---|---|---|---|---|\n");
+      "| storm | rests cut to | passes | longest pass | longest slice | most CPU in a slice | "
+      "table exact after | descriptors | heap, bytes | lines of the log, events |\n"
+      "|---|---|---|---|---|---|---|---|---|---|\n");
 }
 
 }  // namespace

@@ -140,13 +140,22 @@ void exec_for(int seconds, std::vector<std::unique_ptr<Child>>* children) {
   });
 }
 
-void allow_descriptors(rlim_t count) {
-  rlimit limit;
-  require(getrlimit(RLIMIT_NOFILE, &limit) == 0, "getrlimit");
-  if (limit.rlim_cur < count) {
-    limit = {count, std::max(limit.rlim_max, count)};  // root's to raise, for what is started here
-    require(setrlimit(RLIMIT_NOFILE, &limit) == 0, "limit of descriptors");
+// Raises the limit for what is started here, where it is allowed to, and returns what may be opened
+// of `wanted` descriptors.
+int allow_descriptors(int wanted) {
+  constexpr rlim_t kSpare = 100;
+  const rlim_t limit = static_cast<rlim_t>(wanted) + kSpare;
+  rlimit limits;
+  require(getrlimit(RLIMIT_NOFILE, &limits) == 0, "limit of descriptors");
+  if (limits.rlim_cur < limit) {
+    const rlimit raised = {limit, std::max(limits.rlim_max, limit)};
+    if (setrlimit(RLIMIT_NOFILE, &raised) != 0) {
+      limits.rlim_cur = limits.rlim_max;
+      require(setrlimit(RLIMIT_NOFILE, &limits) == 0, "limit of descriptors");
+      return static_cast<int>(limits.rlim_cur - kSpare);
+    }
   }
+  return wanted;
 }
 
 // Neighbours differ in their permissions, so that the kernel keeps them apart.
@@ -248,26 +257,56 @@ Storm processes(bool quick) {
           .passes = 3};
 }
 
-// Each step adds a bit more than half, so that the second has the descriptors listed by what they
-// are, and the third has the lists compared.
+// In hundredths of all: each step adds a bit more than half, so that the second has the growth
+// explained, and the third has it compared with the second.
+constexpr int kGrowth[] = {42, 65, 100};
+
 Storm descriptors(bool quick) {
-  const int count = quick ? 10000 : 100000;
+  const int count = allow_descriptors(quick ? 10000 : 100000);
   const auto child = std::make_shared<std::unique_ptr<Child>>();
-  const auto open = [=](int part) {
-    (*child)->command("files " + std::to_string(count / 100 * part));
-  };
-  return {.what = "one process with " + std::to_string(count) + " descriptors",
-          .steps = {[=] {
-                      allow_descriptors(static_cast<rlim_t>(count) + 100);
-                      *child = std::make_unique<Child>("descriptors");
-                      open(42);
-                    },
-                    [=] { open(23); }, [=] { open(35); }},
-          .passes = kBaselinePasses,
-          .longest_rest_ms = kBaselineRestMs};
+  Storm storm = {.what = "one process with " + std::to_string(count) + " descriptors",
+                 .passes = kBaselinePasses,
+                 .longest_rest_ms = kBaselineRestMs};
+  for (int had = 0; const int part : kGrowth) {
+    storm.steps.push_back([=] {
+      if (*child == nullptr) {
+        *child = std::make_unique<Child>("descriptors");
+      }
+      (*child)->command("files " + std::to_string(count * part / 100 - count * had / 100));
+    });
+    had = part;
+  }
+  return storm;
 }
 
-// Likewise resident size, which has the areas walked.
+// One whose numbers grow on a made tree.
+Storm made(const std::string& what, const std::function<MadeProcess(int)>& at_part) {
+  Storm storm = {.what = what + " (on a made tree)",
+                 .passes = kBaselinePasses,
+                 .longest_rest_ms = kBaselineRestMs,
+                 .still = true,
+                 .tree = make_tree()};
+  for (const int part : kGrowth) {
+    storm.steps.push_back([=, tree = storm.tree.get()] { put_with_map(*tree, at_part(part)); });
+  }
+  return storm;
+}
+
+Storm made_descriptors(bool quick) {
+  const int count = quick ? 10000 : 100000;
+  return made("one process with " + std::to_string(count) + " descriptors", [=](int part) {
+    return MadeProcess{.pid = 1000, .name = "descriptors", .fds = count / 100 * part};
+  });
+}
+
+Storm threads(bool quick) {
+  const int count = quick ? 3000 : 30000;
+  return made("one process with " + std::to_string(count) + " threads", [=](int part) {
+    return MadeProcess{.pid = 1000, .name = "threads", .threads = count / 100 * part};
+  });
+}
+
+// Its resident size grows, which has the areas walked.
 Storm areas(bool quick) {
   const int count = quick ? 6000 : 60000;
   const auto own = std::make_shared<std::unique_ptr<Areas>>();
@@ -281,21 +320,6 @@ Storm areas(bool quick) {
           .longest_rest_ms = kBaselineRestMs};
 }
 
-Storm threads(bool quick) {
-  const int count = quick ? 3000 : 30000;
-  Storm storm = {.what = "one process with " + std::to_string(count) + " threads (on a made tree)",
-                 .passes = kBaselinePasses,
-                 .longest_rest_ms = kBaselineRestMs,
-                 .still = true,
-                 .tree = make_tree()};
-  for (const int part : {42, 65, 100}) {
-    storm.steps.push_back([=, tree = storm.tree.get()] {
-      put_with_map(*tree, {.pid = 1000, .name = "threads", .threads = count / 100 * part});
-    });
-  }
-  return storm;
-}
-
 }  // namespace
 
 Storm make_storm(std::string_view name, bool quick, std::span<char> command_line) {
@@ -307,6 +331,7 @@ Storm make_storm(std::string_view name, bool quick, std::span<char> command_line
   if (name == "execs") return execs(quick);
   if (name == "processes") return processes(quick);
   if (name == "descriptors") return descriptors(quick);
+  if (name == "made-descriptors") return made_descriptors(quick);
   if (name == "areas") return areas(quick);
   if (name == "threads") return threads(quick);
   throw std::runtime_error("no such storm");

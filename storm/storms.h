@@ -21,8 +21,8 @@ struct Storm {
   std::unique_ptr<MadeTree> tree = {};  // what it sees in place of the process file system
 };
 
-inline constexpr std::string_view kStormNames[] = {"forks",       "pids",  "execs",  "processes",
-                                                   "descriptors", "areas", "threads"};
+inline constexpr std::string_view kStormNames[] = {
+    "forks", "pids", "execs", "processes", "descriptors", "made-descriptors", "areas", "threads"};
 
 // Call it while the process has one thread. `command_line` is the memory of its arguments: children
 // write their names there. `quick` storms are short and small, for a look.
