@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "inspect/open_files.h"
 #include "measure.h"
 #include "platform/unique_fd.h"
 #include "raw_calls.h"
@@ -86,8 +87,8 @@ VisitSubject& visit_subject(const std::string& population) {
   return *made;
 }
 
-// `iterations` is chosen so that a measurement lasts some tenths of a second; 30 passes meet every
-// costly listing of a mixed population exactly once.
+// `iterations` is chosen so that a measurement lasts some tenths of a second; as many passes as
+// the rhythm of listings has meet every costly one of a mixed population exactly once.
 void add_visits(const std::string& population, benchmark::IterationCount iterations) {
   const auto add = [&](const std::string& variant, auto run) {
     benchmark::RegisterBenchmark(("visit/" + population + "/" + variant).c_str(),
@@ -252,7 +253,8 @@ int main(int argc, char** argv) {
   add_visits("1000", 6);
   add_visits("3000", 3);
   add_visits("10000", 1);
-  add_visits("mixed", 30);
+  add_visits("mixed20", TW_FD_LISTING_RHYTHM);
+  add_visits("mixed50", TW_FD_LISTING_RHYTHM);
   add_pieces("1000");
   add_slice("3000");
   add_slice("10000");

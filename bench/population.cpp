@@ -115,10 +115,10 @@ std::vector<ChildShape> plain_shapes(size_t count) {
   return std::vector<ChildShape>(count);
 }
 
-std::vector<ChildShape> mixed_shapes() {
+std::vector<ChildShape> mixed_shapes(size_t large) {
   std::vector<ChildShape> shapes = plain_shapes(1000);
-  for (size_t i = 0; i < 20; ++i) {
-    shapes[i * 50].descriptors = 1000;
+  for (size_t i = 0; i < large; ++i) {
+    shapes[i * shapes.size() / large].descriptors = 1000;
   }
   shapes[333].descriptors = shapes[666].descriptors = 10000;
   return shapes;

@@ -17,8 +17,8 @@ struct ChildShape {
 };
 
 std::vector<ChildShape> plain_shapes(size_t count);
-// 1000 children, of which 20 have 1000 descriptors and 2 have 10000.
-std::vector<ChildShape> mixed_shapes();
+// 1000 children, of which `large` have 1000 descriptors and 2 have 10000.
+std::vector<ChildShape> mixed_shapes(size_t large);
 
 class Population {
  public:

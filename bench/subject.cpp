@@ -19,7 +19,9 @@ Subject::Subject(const std::vector<ChildShape>& shapes)
     : totals(totals_of(shapes)), population(shapes), table(population.pids()) {}
 
 std::vector<ChildShape> shapes_of(const std::string& population) {
-  return population == "mixed" ? mixed_shapes() : plain_shapes(std::stoul(population));
+  constexpr std::string_view kMixed = "mixed";
+  return population.starts_with(kMixed) ? mixed_shapes(std::stoul(population.substr(kMixed.size())))
+                                        : plain_shapes(std::stoul(population));
 }
 
 Subject& subject(const std::string& population) {

@@ -20,7 +20,8 @@ struct Subject {
   ChildTable table;
 };
 
-// "300", or any other number of plain children, or "mixed".
+// "300", or any other number of plain children, or "mixed50": 1000 of which 50 have 1000
+// descriptors.
 std::vector<ChildShape> shapes_of(const std::string& population);
 Subject& subject(const std::string& population);
 

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "inspect/open_files.h"
 #include "measure.h"
 #include "subject.h"
 
@@ -109,6 +110,6 @@ int main(int argc, char** argv) {
   add("300", 30);
   add("1000", 15);
   add("3000", 5);
-  add("mixed", 30);
+  add("mixed50", TW_FD_LISTING_RHYTHM);
   return run_benchmarks(argc, argv);
 }
