@@ -17,6 +17,7 @@ class Maker {
   ~Maker();
   Maker& operator=(Maker&&) = delete;  // nor any copy
 
+  pid_t pid() const { return pid_; }
   // Has it make the next step, and returns when that is made. Throws if it fails or
   // takes five minutes.
   void step();

@@ -26,7 +26,8 @@ WATCH, CHILD = f"{BUILD}/taskwarden", f"{BUILD}/storm/storm_child"
 STAND_S, STEPS, STEP_S, SETTLE_S = 8, 44, 0.5, 6
 WARM_UP_S = 15
 
-SLOT_BYTES, STATIC_SLOTS = 376, 35000
+# Of the table: a slot, and what stands beside it, maybe in another area.
+SLOT_BYTES, BESIDE_BYTES, STATIC_SLOTS = 368, 8, 35000
 MARGIN_KB = 256  # of anonymous memory that is not the table's
 
 # How far a number may have grown above the last one reported: to half as much again, and not
@@ -126,7 +127,7 @@ def plant(device):
         Leak("descriptors", "Event_OpenFileAmount", "sockets 3", descriptors_of,
              also=["Event_OpenFileFDSize"]),
         Leak("resident", "Event_ResidentSize", "anon 1024", resident_kb_of),
-        Leak("renamed", "Event_OpenFileAmount", "files 5", descriptors_of, exec_at=STEPS // 6,
+        Leak("renamed", "Event_OpenFileAmount", "files 5", descriptors_of, exec_at=STEPS // 4,
              also=["Event_OpenFileFDSize"]),
     ]
     if device is not None:
@@ -224,7 +225,8 @@ class Judge:
                for e in [e for e in told if e.name == name][unsent:]]
         sent = [(r["name"], r["value"]) for r in records
                 if r["pid"] == pid and r["event"] == leak.event]
-        self.require(due and sent == due, f"{who}: records {sent} where {due} are due")
+        # Where passes are long, each name of the renamed may have had no second event.
+        self.require(sent == due and (due or leak.exec_at is not None), f"{who}: records {sent} where {due} are due")
         last = told[-1].after if told else 0
         self.require(covers(leak.event, last, leak.at_end),
                      f"{who}: {leak.at_end} in the end, last reported {last}")
@@ -240,8 +242,8 @@ def slots():
 
 
 def held_by(pid, has_table):
-    """Descriptors and anonymous memory, that of the table apart: the smallest writable area that
-    has room for it."""
+    """Descriptors and anonymous memory, that of the table's slots apart: the smallest writable area
+    that has room for them, but for what shares a page with others."""
     sizes, areas = [], []
     with open(f"/proc/{pid}/smaps", encoding="utf-8", errors="replace") as file:
         for line in file:
@@ -252,7 +254,7 @@ def held_by(pid, has_table):
                 areas[-1][words[0]] = int(words[1])
     if has_table:
         sizes = [area for area in areas
-                 if area["writable"] and area["Size:"] >= slots() * SLOT_BYTES // 1024]
+                 if area["writable"] and area["Size:"] >= slots() * SLOT_BYTES // 1024 - 8]
     table = min(sizes, key=lambda area: area["Size:"])["Anonymous:"] if sizes else 0
     return Held(descriptors_of(pid), table, sum(area["Anonymous:"] for area in areas) - table,
                 sum(area["Rss:"] for area in areas))
@@ -380,8 +382,10 @@ def print_held(judge, at_start, at_end, pids_given):
             if field != "table_kb" or name == "watch":
                 print(f"| {name}: {what} | {getattr(start, field)} | {getattr(end, field)} |")
         judge.require(end.descriptors == start.descriptors, f"{name}: descriptors")
-        judge.require(end.other_kb <= start.other_kb + MARGIN_KB, f"{name}: memory")
-        touched_kb = min(pids_given, slots()) * SLOT_BYTES // 1024 + 8
+        pids = min(pids_given, slots())
+        beside_kb = pids * BESIDE_BYTES // 1024 if name == "watch" else 0
+        judge.require(end.other_kb <= start.other_kb + beside_kb + MARGIN_KB, f"{name}: memory")
+        touched_kb = pids * SLOT_BYTES // 1024 + 8
         judge.require(end.table_kb <= start.table_kb + touched_kb, f"{name}: table")
         if name == "watch":
             print(f"| most that the slots of {pids_given} pids can add, kB | | {touched_kb} |")

@@ -3,7 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <set>
+#include <map>
 
 #include "inspect/status.h"
 #include "platform/directory.h"
@@ -12,23 +12,28 @@
 
 namespace {
 
-std::set<uint32_t> watched_pids() {
-  std::set<uint32_t> pids;
+// By pid, the processes that are looked at.
+std::map<uint32_t, tw_process_desc> present(std::optional<int> parent) {
+  std::map<uint32_t, tw_process_desc> found;
   Directory directory(tw_proc_root());
   for (tw_dirent entry; directory.next(&entry);) {
     const auto pid = static_cast<uint32_t>(strtoul(entry.name, nullptr, 10));
+    tw_process_desc desc = {};
     if (pid >= TW_FIRST_TRACKED_PID) {
-      pids.insert(pid);
+      tw_process_check_status(static_cast<int>(pid), &desc);
+      if (!parent || desc.ppid == *parent) {
+        found[pid] = desc;
+      }
     }
   }
-  return pids;
+  return found;
 }
 
 }  // namespace
 
-std::string table_faults(const tw_process_list& list) {
+std::string table_faults(const tw_process_list& list, std::optional<int> parent) {
   std::string faults;
-  std::set<uint32_t> missed = watched_pids();
+  std::map<uint32_t, tw_process_desc> missed = present(parent);
   uint32_t linked = 0;
   for (const auto* entry = list.head; entry != nullptr && linked <= list.count;
        entry = entry->next, ++linked) {
@@ -37,20 +42,19 @@ std::string table_faults(const tw_process_list& list) {
         (entry->next != nullptr && entry->next->prev != entry)) {
       faults += " badly linked: " + pid;
     }
-    if (missed.erase(entry->pid) == 0) {
-      faults += " not there or twice: " + pid;
-      continue;
-    }
-    tw_process_desc now = {};
-    tw_process_check_status(static_cast<int>(entry->pid), &now);
-    if (strcmp(now.name, entry->desc.name) != 0) {
+    const auto there = missed.extract(entry->pid);
+    if (there.empty()) {
+      if (!parent || entry->desc.ppid == *parent) {
+        faults += " not there or twice: " + pid;
+      }
+    } else if (strcmp(there.mapped().name, entry->desc.name) != 0) {
       faults += " another name: " + pid;
     }
   }
   if (linked != list.count) {
     faults += " a wrong count: " + std::to_string(list.count);
   }
-  for (const uint32_t pid : missed) {
+  for (const auto& [pid, desc] : missed) {
     faults += " missed: " + std::to_string(pid);
   }
   return faults;
