@@ -29,6 +29,7 @@ int64_t hold_at = 0;  // the count of passes
 int64_t longest_rest_us = 0;
 CycleFigures figures_so_far;
 int64_t slice_began_us, slice_began_cpu_us, pass_began_us;
+uint32_t remained = 0;  // of the pass, at the last rest
 
 int64_t reading_us(clockid_t clock) {
   timespec now;
@@ -44,23 +45,34 @@ void begin_slice(bool of_new_pass) {
   }
 }
 
-void end_slice(bool of_pass) {
+void end_pass(int64_t now) {
+  CycleFigures& figures = figures_so_far;
+  ++figures.passes;
+  figures.longest_pass_us = std::max(figures.longest_pass_us, now - pass_began_us);
+  pass_began_us = now;
+}
+
+void end_slice(uint32_t remaining) {
   CycleFigures& figures = figures_so_far;
   const int64_t now = reading_us(CLOCK_MONOTONIC);
   const int64_t cpu = reading_us(CLOCK_THREAD_CPUTIME_ID) - slice_began_cpu_us;
   figures.longest_slice_us = std::max(figures.longest_slice_us, now - slice_began_us);
   figures.most_cpu_us = std::max(figures.most_cpu_us, cpu);
-  if (of_pass) {
-    ++figures.passes;
-    figures.longest_pass_us = std::max(figures.longest_pass_us, now - pass_began_us);
+  if (remained != 0 && remaining >= remained) {
+    end_pass(slice_began_us);  // with work of 0 ms, after which there is no rest
   }
+  if (remaining == 0) {
+    end_pass(now);
+  }
+  remained = remaining;
 }
 
 int rest(int64_t seconds, int64_t microseconds) {
-  const bool pass_complete = tw_process_list_create()->remaining == 0;
+  const uint32_t remaining = tw_process_list_create()->remaining;
+  const bool pass_complete = remaining == 0;
   {
     std::unique_lock lock(mutex);
-    end_slice(pass_complete);
+    end_slice(remaining);
     if (pass_complete && hold_wanted && figures_so_far.passes >= hold_at) {
       held = true;
       changed.notify_all();
