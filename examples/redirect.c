@@ -1,5 +1,4 @@
-// A host that has both outputs in a log of its own: here the system's, and a copy on standard error.
-#include <string.h>
+// A host that has both outputs in a log of its own: the system's, with a copy on standard error.
 #include <syslog.h>
 #include <taskwarden/taskwarden.h>
 
@@ -7,9 +6,12 @@
 static void log_text(void* context, int output, const char* tag, const char* text, size_t length) {
   (void)context;
   const int priority = output == TASKWARDEN_OUTPUT_LOG ? LOG_ERR : LOG_INFO;
-  length = strcspn(text, "\n") == length - 1 ? length - 1 : length;
+  if (length > 0 && text[length - 1] == '\n') {
+    --length;
+  }
   if (length > 0) {
-    syslog(priority, "%s%s%.*s", tag != NULL ? tag : "", tag != NULL ? ": " : "", (int)length, text);
+    syslog(priority, "%s%s%.*s", tag != NULL ? tag : "", tag != NULL ? ": " : "", (int)length,
+           text);
   }
 }
 

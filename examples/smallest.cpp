@@ -1,4 +1,4 @@
-// The smallest host in C++: singles itself out for the closer look, and leaves the watch to a thread.
+// The smallest host in C++: singles itself out for the closer look, and gives the watch a thread.
 #include <interest/interest_list.h>
 #include <taskwarden/taskwarden.h>
 
