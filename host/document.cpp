@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/record_format.h"
+#include "host/escape.h"
 
 namespace host {
 namespace {

@@ -7,10 +7,11 @@
 #include <memory>
 #include <string>
 
+#include "host/escape.h"
 #include "host/inspect_process.h"
 #include "host/inspect_system.h"
+#include "host/option_checks.h"
 #include "host/output.h"
-#include "host/record_format.h"
 #include "inspect/system/slabinfo_record.h"
 #include "taskwarden/taskwarden.h"
 
@@ -91,12 +92,6 @@ int run(const Options& options, Look look) {
   return written && why.empty() ? 0 : 1;
 }
 
-// To CLI11 by itself, 010 is 8 and 0x10 is 16.
-std::string why_not_decimal(const std::string& text) {
-  const bool decimal = text.find_first_not_of("0123456789") == std::string::npos && text[0] != '0';
-  return decimal ? "" : "not a positive decimal number: " + text;
-}
-
 }  // namespace
 
 void add_inspect_commands(CLI::App& app, std::function<int()>* chosen) {
@@ -116,14 +111,14 @@ void add_inspect_commands(CLI::App& app, std::function<int()>* chosen) {
       [](const Options& o) { return inspect_process(o.pid, o.proc_root); })
       ->add_option("PID", options->pid, "The process")
       ->option_text(" ")
-      ->check(CLI::Validator(why_not_decimal, ""))
+      ->check(decimal())
       ->check(CLI::Range(1, INT32_MAX))
       ->required();
   add("slabs", "Print the kernel's largest object caches", kSlabsFooter,
       [](const Options& o) { return inspect_slabs(o.top, o.proc_root); })
       ->add_option("--top", options->top, "Print the N largest, 1 to 256; 10 unless told")
       ->option_text("N")
-      ->check(CLI::Validator(why_not_decimal, ""))
+      ->check(decimal())
       ->check(CLI::Range(1, TW_SLAB_ENTRIES));
   add("meminfo", "Print the system's memory figures", kMeminfoFooter,
       [](const Options& o) { return inspect_meminfo(o.proc_root); });

@@ -13,9 +13,9 @@
 #include <utility>
 #include <vector>
 
+#include "host/escape.h"
 #include "host/file_text.h"
 #include "host/reader_output.h"
-#include "host/record_format.h"
 #include "inspect/open_files.h"
 #include "inspect/smaps.h"
 #include "inspect/status.h"

@@ -13,6 +13,7 @@ struct ListenOptions {
   std::string name = kRecordSocket;  // 1 to 107 bytes, in the abstract namespace
   bool json = false;
   uint32_t count = 0;  // records to end after; 0 for no end
+  Senders senders = Senders::trusted();
 };
 
 // Runs the command on the calling thread, main()'s, with the signals blocked as of block_signals().

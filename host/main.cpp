@@ -5,9 +5,11 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <functional>
+#include <vector>
 
 #include "host/inspect_command.h"
 #include "host/listen_command.h"
+#include "host/option_checks.h"
 #include "host/output.h"
 #include "host/watch_command.h"
 #include "platform/unique_fd.h"
@@ -32,8 +34,16 @@ much and in which threads, files or memory areas goes to standard output; failur
 error as "E/tag: text". Run it as root to see the processes of other users whole.
 
 The most important events are also sent as records to the abstract socket taskwarden_native_socket.
-Unless another process answers it already, this one does, and prints each record on a line of
-standard output: "record: " and its text, unprintable bytes as \xNN and the backslash doubled.
+Unless another process answers it already, this one does, and prints each record of root or of the
+user it runs as on a line of standard output: "record: " and its text, unprintable bytes as \xNN and
+the backslash doubled.
+
+Names are what the processes chose. On a terminal their unprintable bytes are shown as \xNN. Anywhere
+else they stay as they are, except that none can begin a line with "record: " or "taskwarden: ".
+
+An output that is not read for long costs lines of it, the oldest first, and a line says how many.
+Records that could not be delivered and such as were refused are counted on standard error at the
+end, and on SIGQUIT.
 
 Signals:
   SIGUSR1          pause at the end of the pass under way
@@ -50,8 +60,9 @@ Example: taskwarden watch --interest surfaceflinger 2>errors.log | grep -A 20 Ev
 constexpr char kListenFooter[] =
     R"(A record is "pid@@value@@event@@process name@@detail" and a NUL, on a connection of its own;
 the value is in kB or a count. As text it is printed as it came, unprintable bytes as \xNN and the
-backslash doubled. What is not a record is refused on standard error, with the reason and the
-sender. Anyone in the same network namespace may send.
+backslash doubled. What is not a record, or comes from a user who is not allowed to send, is refused
+on standard error with the reason and the sender, at most once a second and the rest counted; at the
+end a line tells how many were refused in all. Any process in the same network namespace can try.
 
 With --json each line is one object:
   time                    of arrival, UTC, ISO 8601 with milliseconds
@@ -74,15 +85,6 @@ void hold_standard_descriptors() {
   }
 }
 
-// The check of an option's value of 1 to `most` bytes.
-CLI::Validator bytes_up_to(size_t most) {
-  const auto check = [most](const std::string& text) {
-    const bool fits = !text.empty() && text.size() <= most;
-    return fits ? std::string() : "must be 1 to " + std::to_string(most) + " bytes long";
-  };
-  return CLI::Validator(check, "");
-}
-
 int run(int argc, char** argv) {
   CLI::App app(kAbout, "taskwarden");
   app.set_version_flag("--version", "taskwarden " TASKWARDEN_VERSION);
@@ -99,12 +101,12 @@ int run(int argc, char** argv) {
                    "begins with 0 means none. Overrides the environment's\n"
                    "TW_STATS_INTEREST")
       ->option_text("TEXT")
-      ->check(bytes_up_to(kInterestMax));
+      ->check(host::bytes_up_to(kInterestMax));
   watch_command
       ->add_option("--proc-root", watch.proc_root,
                    "Watch the process file system at DIR, not /proc")
       ->option_text("DIR")
-      ->check(bytes_up_to(kProcRootMax));
+      ->check(host::bytes_up_to(kProcRootMax));
   watch_command->add_flag("--no-service", watch.no_service, "Leave the record socket to others");
 
   host::ListenOptions listen;
@@ -115,11 +117,25 @@ int run(int argc, char** argv) {
       ->add_option("NAME", listen.name,
                    "Abstract socket to bind instead of\ntaskwarden_native_socket")
       ->option_text(" ")
-      ->check(bytes_up_to(host::kSocketNameMax));
+      ->check(host::bytes_up_to(host::kSocketNameMax));
   listen_command->add_flag("--json", listen.json, "Print objects instead of text");
   listen_command->add_option("--count", listen.count, "End after N records")
       ->option_text("N")
+      ->check(host::decimal())
       ->check(CLI::Range(1U, UINT32_MAX));
+  std::vector<uid_t> allowed;
+  CLI::Option* const allow_uid =
+      listen_command
+          ->add_option("--allow-uid", allowed,
+                       "Take records from processes of this user id\n"
+                       "alone. May be given several times. Unless told:\n"
+                       "0 and the one that the listener runs as")
+          ->option_text("UID")
+          ->allow_extra_args(false)
+          ->check(host::decimal());
+  listen_command
+      ->add_flag("--allow-anyone", listen.senders.anyone, "Take records from processes of any user")
+      ->excludes(allow_uid);
 
   std::function<int()> inspect;
   host::add_inspect_commands(app, &inspect);
@@ -128,6 +144,9 @@ int run(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : kWrongUsage;
+  }
+  if (!allowed.empty()) {
+    listen.senders.uids = allowed;
   }
   if (inspect) {
     return inspect();
@@ -140,10 +159,12 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   hold_standard_descriptors();
   ::signal(SIGPIPE, SIG_DFL);
+  int status = 1;
   try {
-    return run(argc, argv);
+    status = run(argc, argv);
   } catch (const std::exception& error) {
     host::say(error.what());
-    return 1;
   }
+  host::finish_output();
+  return status;
 }

@@ -1,61 +1,77 @@
 #include "host/output.h"
 
-#include <errno.h>
-#include <poll.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <mutex>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <utility>
 
 namespace host {
 namespace {
 
-// Trivially destructible all of it: main() returns while other threads still write.
-std::mutex output_mutex;
-bool line_open[3] = {};
-bool failure_said = false;
+constexpr std::chrono::milliseconds kFinishPatience{500};
 
-// Returns 0, or the error that kept the rest of `text` from being written.
-int write_whole(int fd, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t n = ::write(fd, text.data(), text.size());
-    if (n >= 0) {
-      text.remove_prefix(static_cast<size_t>(n));
-    } else if (errno == EAGAIN) {
-      // Another program made the pipe or terminal that we share non-blocking.
-      pollfd room = {fd, POLLOUT, 0};
-      ::poll(&room, 1, -1);
-    } else if (errno != EINTR) {
-      return errno;
-    }
+std::atomic<bool> failure_said{false};
+
+void tell_failure(int fd, int error) {
+  if (fd == STDOUT_FILENO && !failure_said.exchange(true)) {
+    say(std::string("standard output fails: ") + ::strerror(error));
   }
-  return 0;
 }
 
-bool write_locked(Stream stream, std::string_view text) {
-  const int fd = static_cast<int>(stream);
-  if (!text.empty()) {
-    line_open[fd] = text.back() != '\n';
-  }
-  const int error = write_whole(fd, text);
-  if (error != 0 && stream == Stream::kOut && !failure_said) {
-    failure_said = true;
-    write_whole(STDERR_FILENO,
-                std::string("taskwarden: standard output fails: ") + ::strerror(error) + "\n");
-  }
-  return error == 0;
+bool are_one_file(int a, int b) {
+  struct stat of_a;
+  struct stat of_b;
+  return ::fstat(a, &of_a) == 0 && ::fstat(b, &of_b) == 0 && of_a.st_dev == of_b.st_dev &&
+         of_a.st_ino == of_b.st_ino;
+}
+
+struct Channels {
+  OutputChannel out{tell_failure};
+  OutputChannel err_alone{tell_failure};
+  OutputChannel& err = are_one_file(STDOUT_FILENO, STDERR_FILENO) ? out : err_alone;
+
+  bool put(OutputText text) { return (text.fd == STDOUT_FILENO ? out : err).put(std::move(text)); }
+};
+
+// Never destroyed: main() returns while other threads still write.
+Channels& channels() {
+  static Channels& both = *new Channels;
+  return both;
 }
 
 }  // namespace
 
-bool write_text(Stream stream, std::string_view text) {
-  const std::lock_guard lock(output_mutex);
-  return write_locked(stream, text);
+void queue_output() {
+  channels().out.start_queue();
+  if (&channels().err != &channels().out) {
+    channels().err.start_queue();
+  }
+}
+
+void finish_output() {
+  const auto unwritten = [](OutputChannel& channel) {
+    return channel.unwritten(std::chrono::steady_clock::now() + kFinishPatience);
+  };
+  const uint64_t lost = unwritten(channels().out);
+  if (&channels().err == &channels().out) {
+    return;
+  }
+  if (lost != 0) {
+    say(std::to_string(lost) + " lines of the log were lost: standard output is stalled");
+  }
+  unwritten(channels().err);
+}
+
+bool write_text(Stream stream, std::string_view text, Place place) {
+  return channels().put({static_cast<int>(stream), std::string(text), place, false});
 }
 
 bool write_line(Stream stream, const std::string& line) {
-  const std::lock_guard lock(output_mutex);
-  return write_locked(stream, (line_open[static_cast<int>(stream)] ? "\n" : "") + line + "\n");
+  return channels().put({static_cast<int>(stream), line + "\n", Place::kBegins, true});
 }
 
 void say(const std::string& message) {

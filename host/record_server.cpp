@@ -6,6 +6,7 @@
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <utility>
@@ -48,9 +49,18 @@ unique_fd listen_on(std::string_view name) {
   return fd;
 }
 
-RecordServer::RecordServer(unique_fd listener, Limits limits, RecordFn on_record,
+Senders Senders::trusted() {
+  return {.uids = {0, ::geteuid()}};
+}
+
+bool Senders::include(uid_t uid) const {
+  return anyone || std::find(uids.begin(), uids.end(), uid) != uids.end();
+}
+
+RecordServer::RecordServer(unique_fd listener, Senders senders, Limits limits, RecordFn on_record,
                            RefusalFn on_refusal)
     : listener_(std::move(listener)),
+      senders_(std::move(senders)),
       limits_(limits),
       on_record_(std::move(on_record)),
       on_refusal_(std::move(on_refusal)) {}
@@ -65,7 +75,8 @@ bool RecordServer::run() {
     }
     const bool accept_rests = now < accept_from_;
     polled.push_back({accept_rests ? -1 : listener_.get(), POLLIN, 0});
-    const int wait_ms = connections_.empty() && !accept_rests ? -1 : kTickMs;
+    const bool idle = connections_.empty() && !accept_rests && untold_ == 0;
+    const int wait_ms = idle ? -1 : kTickMs;
     if (::poll(polled.data(), polled.size(), wait_ms) < 0) {
       if (errno == EINTR) {
         continue;
@@ -86,14 +97,30 @@ bool RecordServer::run() {
     if (polled.back().revents != 0 && !ended_) {
       accept_one(now);
     }
+    tell_refusals(now);
   }
   return true;
+}
+
+std::string RecordServer::refusals() const {
+  const uint64_t senders = refused_senders_;
+  const uint64_t texts = refused_texts_;
+  return senders + texts == 0 ? ""
+                              : "records refused: " + std::to_string(senders + texts) + " (" +
+                                    std::to_string(senders) + " for their sender, " +
+                                    std::to_string(texts) + " for what came)";
 }
 
 void RecordServer::accept_one(Clock::time_point now) {
   unique_fd fd(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   const int error = errno;
   if (!fd.ok() && (error == EINTR || error == EAGAIN || error == ECONNABORTED)) {
+    return;
+  }
+  const Sender sender = fd.ok() ? sender_of(fd) : Sender();
+  if (fd.ok() && !senders_.include(sender.uid)) {
+    ++refused_senders_;
+    count_refusal(sender, "its user is not allowed to send");
     return;
   }
   if (!connections_.empty() && (!fd.ok() || connections_.size() >= limits_.connections)) {
@@ -108,7 +135,6 @@ void RecordServer::accept_one(Clock::time_point now) {
   }
   if (fd.ok()) {
     accept_failing_ = false;
-    const Sender sender = sender_of(fd);
     connections_.push_back({std::move(fd), sender, now + limits_.patience});
     receive(connections_.back());
   }
@@ -169,8 +195,27 @@ void RecordServer::drop(Connection& connection, std::string_view why) {
 
 void RecordServer::refuse(Connection& connection, std::string_view why) {
   connection.fd.reset();
-  on_refusal_("refused a record from pid " + std::to_string(connection.sender.pid) + ", uid " +
-              std::to_string(connection.sender.uid) + ": " + std::string(why));
+  ++refused_texts_;
+  count_refusal(connection.sender, why);
+}
+
+void RecordServer::count_refusal(const Sender& sender, std::string_view why) {
+  ++untold_;
+  last_refusal_ = "from pid " + std::to_string(sender.pid) + ", uid " + std::to_string(sender.uid) +
+                  ": " + std::string(why);
+  tell_refusals(Clock::now());
+}
+
+// Anyone can cause refusals, at any rate, so that not each gets its line.
+void RecordServer::tell_refusals(Clock::time_point now) {
+  if (untold_ == 0 || now < quiet_until_) {
+    return;
+  }
+  on_refusal_(untold_ == 1
+                  ? "refused a record " + last_refusal_
+                  : "refused " + std::to_string(untold_) + " records, the last " + last_refusal_);
+  untold_ = 0;
+  quiet_until_ = now + limits_.quiet;
 }
 
 }  // namespace host

@@ -3,12 +3,16 @@
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
-#include <memory>
+#include <atomic>
+#include <cstdint>
+#include <string_view>
 #include <thread>
+#include <utility>
 
+#include "host/escape.h"
 #include "host/output.h"
-#include "host/record_format.h"
 #include "host/record_server.h"
 #include "host/until_signal.h"
 #include "taskwarden/taskwarden.h"
@@ -16,38 +20,63 @@
 namespace host {
 namespace {
 
-// The library asks that nothing be thrown here: out of memory for a log line ends the program.
-void print(void* /*context*/, int output, const char* tag, const char* text,
-           size_t length) noexcept {
-  const std::string_view view(text, length);
-  if (output == TASKWARDEN_OUTPUT_REPORT) {
-    write_text(Stream::kOut, view);
-    return;
-  }
-  std::string line = std::string("E/") + (tag != nullptr ? tag : "") + ": " + std::string(view);
-  line += view.ends_with('\n') ? "" : "\n";
-  write_text(Stream::kErr, line);
+// Records that did not reach the service, as the library logs them.
+std::atomic<uint64_t> undelivered{0};
+
+// By how the text begins: no name is quoted in those that begin so.
+bool tells_of_undelivered(const char* tag, std::string_view text) {
+  return tag == nullptr && (text.starts_with("Fail to connect to socket") ||
+                            text.starts_with("trigger vk service written:"));
 }
 
-// The record socket, answered on a thread that runs until the process ends.
-void answer_records() {
-  const auto listener = std::make_shared<unique_fd>(listen_on(kRecordSocket));
-  if (!listener->ok()) {
+void print(Stream stream, std::string_view text, Place place) {
+  const bool terminal = ::isatty(static_cast<int>(stream)) == 1;
+  write_text(stream, terminal ? log_text_for_terminal(text) : log_text_for_pipe(text), place);
+}
+
+// The library asks that nothing be thrown here: out of memory for a log line ends the program.
+void take(void* /*context*/, int output, const char* tag, const char* text,
+          size_t length) noexcept {
+  const std::string_view view(text, length);
+  if (output == TASKWARDEN_OUTPUT_REPORT) {
+    // An empty line is the first of each event's.
+    print(Stream::kOut, view, view == "\n" ? Place::kBegins : Place::kContinues);
+    return;
+  }
+  undelivered += tells_of_undelivered(tag, view) ? 1 : 0;
+  std::string line = std::string("E/") + (tag != nullptr ? tag : "") + ": " + std::string(view);
+  line += view.ends_with('\n') ? "" : "\n";
+  print(Stream::kErr, line, Place::kBegins);
+}
+
+// What got lost so far, if anything did. `server` is null if there is none.
+void say_losses(const RecordServer* server) {
+  if (const uint64_t records = undelivered; records != 0) {
+    say("records that could not be delivered: " + std::to_string(records));
+  }
+  if (const std::string refusals = server != nullptr ? server->refusals() : ""; !refusals.empty()) {
+    say(refusals);
+  }
+}
+
+// The record socket, answered on a thread that runs until the process ends, as does the server.
+// Null if it cannot be.
+const RecordServer* answer_records() {
+  unique_fd listener = listen_on(kRecordSocket);
+  if (!listener.ok()) {
     const std::string reason =
         errno == EADDRINUSE ? "another process already does" : ::strerror(errno);
     say("not answering \"" + std::string(kRecordSocket) + "\": " + reason);
-    return;
+    return nullptr;
   }
-  std::thread([listener] {
-    RecordServer server(
-        std::move(*listener), {},
-        [](const Record&, std::string_view text, const Sender&) {
-          write_line(Stream::kOut, "record: " + escape_text(text));
-          return true;
-        },
-        say);
-    server.run();
-  }).detach();
+  static auto* const server = new RecordServer(
+      std::move(listener), Senders::trusted(), {},
+      [](const Record&, std::string_view text, const Sender&) {
+        return write_line(Stream::kOut, "record: " + escape_text(text));
+      },
+      say);
+  std::thread([] { server->run(); }).detach();
+  return server;
 }
 
 // Runs the cycle and, should it return, says why. Returns the exit status.
@@ -64,11 +93,12 @@ int run_cycle(const std::string& proc_root) {
 
 // On a thread of its own, since a call to the library waits for its output, and the end of the
 // program must not.
-void obey_signals() {
-  std::thread([] {
+void obey_signals(const RecordServer* server) {
+  std::thread([server] {
     const sigset_t set = signal_set({SIGQUIT, SIGUSR1, SIGUSR2});
     for (int signal = 0; sigwait(&set, &signal) == 0;) {
       if (signal == SIGQUIT) {
+        say_losses(server);
         taskwarden_request_dump();
       } else {
         taskwarden_notify(signal == SIGUSR1 ? 1 : 0);
@@ -88,12 +118,13 @@ int run_watch(const WatchOptions& options) {
     say(std::string("--proc-root: ") + ::strerror(errno));
     return 2;
   }
-  taskwarden_set_output(print, nullptr);
-  if (!options.no_service) {
-    answer_records();
-  }
-  obey_signals();
-  return run_until_signal([root = options.proc_root] { return run_cycle(root); });
+  queue_output();
+  taskwarden_set_output(take, nullptr);
+  const RecordServer* const server = options.no_service ? nullptr : answer_records();
+  obey_signals(server);
+  const int status = run_until_signal([root = options.proc_root] { return run_cycle(root); });
+  say_losses(server);
+  return status;
 }
 
 }  // namespace host

@@ -81,3 +81,11 @@ build_with_tests() {
   fi
   cmake --build --preset "$1"
 }
+
+# Goes before a command that sanitizers watch: their shadow memory stands at fixed addresses, which a
+# kernel that spreads its mappings widely may hand out first.
+fixed_addresses=()
+if setarch -R true 2>/dev/null; then
+  # shellcheck disable=SC2034 # used by who sources this
+  fixed_addresses=(setarch -R)
+fi

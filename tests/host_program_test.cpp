@@ -1,4 +1,5 @@
 // The program itself, as a user runs it.
+#include <cutils/sockets.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -9,7 +10,6 @@
 #include <cstdio>
 
 #include "host/record_server.h"
-#include "platform/local_socket.h"
 #include "support/child.h"
 #include "support/made_tree.h"
 #include "support/own_network.h"
@@ -21,9 +21,11 @@ const std::string kSocket = "taskwarden_test." + std::to_string(getpid());
 // A running `taskwarden`, both of its outputs in one pipe.
 class Program {
  public:
-  explicit Program(const std::string& arguments)
-      : output_(popen(("echo $$; exec env TSAN_OPTIONS=atexit_sleep_ms=0 " TASKWARDEN_PROGRAM " " +
-                       arguments + " 2>&1")
+  // With `terminal`, that of the program is one, and pid() is not its own.
+  explicit Program(const std::string& arguments, bool terminal = false)
+      : output_(popen(("echo $$; exec env TSAN_OPTIONS=atexit_sleep_ms=0 " +
+                       (terminal ? "script -qc '" : std::string()) + TASKWARDEN_PROGRAM " " +
+                       arguments + (terminal ? "' /dev/null" : " 2>&1"))
                           .c_str(),
                       "re")),
         pid_(std::stoi(until("\n"))) {}
@@ -43,8 +45,8 @@ class Program {
     return said;
   }
   void lose_reader() { dup2(unique_fd(open("/dev/null", O_RDONLY)).get(), fileno(output_)); }
-  // Its status as of waitpid(2), once it has ended.
-  // What it still writes is read, so that it does not die of a closed pipe.
+  // Its status as of waitpid(2), once it has ended. What it still writes is read, so that it does
+  // not die of a closed pipe.
   int end() {
     while (getc(output_) != EOF) {
     }
@@ -56,11 +58,16 @@ class Program {
   const pid_t pid_;
 };
 
-void send_record(const std::string& socket, const std::string& text) {
+unique_fd connect_to(const std::string& socket) {
   unique_fd fd;
   while (!fd.ok()) {
     fd.reset(socket_local_client(socket.c_str(), ANDROID_SOCKET_NAMESPACE_ABSTRACT, SOCK_STREAM));
   }
+  return fd;
+}
+
+void send_record(const std::string& socket, const std::string& text) {
+  const unique_fd fd = connect_to(socket);
   EXPECT_EQ(send(fd.get(), text.c_str(), text.size() + 1, 0), ssize_t(text.size() + 1));
 }
 
@@ -95,6 +102,7 @@ TEST(HostProgram, SaysWhyItEnds) {
       {"watch --interest " + std::string(92, 'i'), 2, "91 bytes"},
       {"listen " + kSocket, 1, "another process already has this name"},
       {"listen --count 0 other", 2, "--count"},
+      {"listen --allow-uid 0 --allow-uid 010 other", 2, "--allow-uid"},
       {"", 2, "subcommand"},
   };
   for (const auto& [arguments, status, text] : rows) {
@@ -105,7 +113,8 @@ TEST(HostProgram, SaysWhyItEnds) {
 }
 
 TEST(HostProgram, ListenPrintsAnObjectAndEnds) {
-  Program program("listen --json --count 1 " + kSocket);
+  Program program("listen --json --count 1 --allow-uid " + std::to_string(getuid()) + " " +
+                  kSocket);
   send_record(kSocket, "7@@8@@Event_VssHeap@@x\n@@y\xff#7@@");
   const std::string line = program.until("\n");
   EXPECT_NE(line.find(R"("name":"x\n@@y\ufffd#7")"), std::string::npos) << line;
@@ -122,6 +131,45 @@ TEST(HostProgram, WatchPrintsRecordsAndEndsWithItsReader) {
   program.lose_reader();
   kill(program.pid(), SIGUSR1);
   EXPECT_EQ(WTERMSIG(program.end()), SIGPIPE);
+}
+
+// However many they are, they get a line a second.
+TEST(HostProgram, ListenRefusesOtherUsers) {
+  constexpr int kConnections = 50;
+  const auto begin = std::chrono::steady_clock::now();
+  Program program("listen --allow-uid " + std::to_string(getuid() + 1) + " " + kSocket);
+  for (int i = 0; i < kConnections; ++i) connect_to(kSocket);
+  int refused = 0, lines = 0;
+  for (int count = 1; refused < kConnections; refused += count, count = 1, ++lines) {
+    const std::string line = program.until("\n");
+    ASSERT_NE(line.find("its user is not allowed to send"), std::string::npos) << line;
+    sscanf(line.c_str(), "taskwarden: refused %d", &count);
+  }
+  EXPECT_LE(lines - 1, (std::chrono::steady_clock::now() - begin) / std::chrono::seconds(1));
+  kill(program.pid(), SIGTERM);
+  EXPECT_EQ(program.until("\n"),
+            "taskwarden: records refused: 50 (50 for their sender, 0 for what came)\n");
+}
+
+TEST(HostProgram, WatchDropsTheOldestWhileNobodyReads) {
+  own_network();
+  Program program("watch");
+  // More than what the pipe, the queue and the connections hold.
+  const std::string head = "7@@8@@E@@n@@", detail(6000, 'd');
+  for (int i = 1; i <= 600; ++i)
+    send_record(host::kRecordSocket, head + std::to_string(i) + detail);
+  for (const std::string& text : {std::string(" lines of the log were dropped"), head + "600d"}) {
+    EXPECT_TRUE(program.until(text).ends_with(text));
+  }
+}
+
+TEST(HostProgram, WatchQuotesNamesSafely) {
+  pass_low_pids();
+  const std::string watch = "watch --no-service --interest \"x\x1b\nrecord: y\"";
+  Program program(watch), on_terminal(watch, true);
+  const std::string piped = program.until("y\n"), shown = on_terminal.until("y\r\n");
+  EXPECT_NE(piped.find("x\x1b\\x0Arecord: y\n"), std::string::npos);
+  EXPECT_NE(shown.find("x\\x1B\\x0Arecord: y\r\n"), std::string::npos);
 }
 
 }  // namespace

@@ -116,20 +116,17 @@ TEST(InspectCommand, ExitStatus) {
   }
 }
 
-TEST(InspectCommand, RanksTheCaches) {
+TEST(InspectCommand, PrintsTheSystemsFigures) {
   MadeTree tree;
   tree.write("slabinfo", "few 1 1 8 1\nidle 0 9 64 64\nhuge 2000000 2000000 4096 8\nlast 1 1 7 1");
-  EXPECT_EQ(run("slabs --json --top 2 --proc-root " + tree.root().string()).output,
+  tree.write("meminfo", "MemTotal: 3221225472 kB\nMemFree: 0 kB\nSUnreclaim: 5 kB\n");
+  const std::string root = " --json --proc-root " + tree.root().string();
+  EXPECT_EQ(run("slabs --top 2" + root).output,
             R"({"count":3,"total_bytes":8192000015,"caches":[{"total_bytes":8192000000,)"
             R"("live_objects":2000000,"object_bytes":4096,"name":"huge"},{"total_bytes":8,)"
             R"("live_objects":1,"object_bytes":8,"name":"few"}],"unreadable":{}})"
             "\n");
-}
-
-TEST(InspectCommand, TellsMissingFiguresFromZero) {
-  MadeTree tree;
-  tree.write("meminfo", "MemTotal: 3221225472 kB\nMemFree: 0 kB\nSUnreclaim: 5 kB\n");
-  EXPECT_EQ(run("meminfo --json --proc-root " + tree.root().string()).output,
+  EXPECT_EQ(run("meminfo" + root).output,
             R"({"mem_total_kb":null,"mem_free_kb":0,"mem_available_kb":null,"sunreclaim_kb":5,)"
             R"("unreadable":{"mem_total_kb":"2 TiB or more","mem_available_kb":"not in the file"}})"
             "\n");

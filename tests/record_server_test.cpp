@@ -1,6 +1,7 @@
 // The record server against clients of every sort, over real sockets.
 #include "host/record_server.h"
 
+#include <cutils/sockets.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -8,8 +9,6 @@
 #include <condition_variable>
 #include <mutex>
 #include <thread>
-
-#include "platform/local_socket.h"
 
 namespace {
 
@@ -35,9 +34,9 @@ std::string wire(const std::string& name) {
 // A running server, and what it gave: the names of records, and refusals.
 class Served {
  public:
-  explicit Served(host::RecordServer::Limits limits = {})
+  explicit Served(host::RecordServer::Limits limits = {.quiet = 0ms})
       : server_(
-            host::listen_on(kSocket), limits,
+            host::listen_on(kSocket), host::Senders::trusted(), limits,
             [this](const host::Record& record, std::string_view, const host::Sender&) {
               note(record.name);
               return record.name != "end";
@@ -95,7 +94,7 @@ TEST(RecordServer, RecordsComeInPiecesAndWithMoreBehind) {
 }
 
 TEST(RecordServer, SilenceAndCrowdsEnd) {
-  Served served({.connections = 2, .patience = 200ms});
+  Served served({.connections = 2, .patience = 200ms, .quiet = 0ms});
   const unique_fd crowd[] = {client(), client(), client()};
   EXPECT_TRUE(served.saw("its place was needed"));
   EXPECT_TRUE(served.saw("in time"));

@@ -5,6 +5,7 @@
 
 #include <sstream>
 
+#include "host/escape.h"
 #include "host/record_format.h"
 
 namespace {
@@ -21,6 +22,7 @@ TEST(Record, NamesComeOutWhole) {
   const std::string rows[][3] = {
       {"1234", "app@@x#1234", ""},
       {"1234", "a#1234@@b#1234", ""},
+      {"1234", "9@@8@@Event_Vss@@x#1234", ""},
       {"1234", "app@@x#1234", "more@@of#it"},
       {"1234", "@app@@@#1234", ""},
       {"1234", "x#1234", "@"},
@@ -78,9 +80,27 @@ TEST(Record, TextCannotDriveATerminal) {
       {"\u009b\u00a0\u2066\u2070", "\\xC2\\x9B\u00a0\\xE2\\x81\\xA6\u2070"},
       {"\u2028\u202e\u200f", "\\xE2\\x80\\xA8\\xE2\\x80\\xAE\\xE2\\x80\\x8F"},
       {"\x80 \xc0\xaf \xed\xa0\x80", "\\x80 \\xC0\\xAF \\xED\\xA0\\x80"},
+      {"\xc1\x9c", "\\xC1\\x9C"},  // a backslash in two bytes
       {"\xf4\x90\x80\x80 \xff \xe4\xb8", "\\xF4\\x90\\x80\\x80 \\xFF \\xE4\\xB8"},
   };
   for (const auto& [bytes, shown] : rows) EXPECT_EQ(host::escape_text(bytes), shown);
+}
+
+// The text, on a terminal, and anywhere else.
+TEST(Record, LogTextsKeepWhatTheLibraryWrites) {
+  const std::string rows[][3] = {
+      {"", "", ""},
+      {"\n\n", "\n\n", "\n\n"},
+      {"\t \"a\\b\": 2!!\n\n", "\t \"a\\b\": 2!!\n\n", "\t \"a\\b\": 2!!\n\n"},
+      {"\t\n\t\x1b\xc2\x9b\n", "\t\\x0A\\x09\\x1B\\xC2\\x9B\n", "\t\n\t\x1b\xc2\x9b\n"},
+      {"a\nrecord: b\n", "a\\x0Arecord: b\n", "a\\x0Arecord: b\n"},
+      {"a\n\rtaskwarden: b", "a\\x0A\\x0Dtaskwarden: b", "a\n\\x0Dtaskwarden: b"},
+      {"record: \nrecord:", "record: \\x0Arecord:", "record: \nrecord:"},
+  };
+  for (const auto& [text, terminal, pipe] : rows) {
+    EXPECT_EQ(host::log_text_for_terminal(text), terminal);
+    EXPECT_EQ(host::log_text_for_pipe(text), pipe);
+  }
 }
 
 TEST(Record, JsonIsWholeWhateverTheName) {

@@ -3,7 +3,6 @@
 #ifndef INSPECT_FIELD_WALKER_H_
 #define INSPECT_FIELD_WALKER_H_
 
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -74,6 +73,13 @@ class FieldWalker {
     return {start, static_cast<size_t>(at_ - start)};
   }
 
+  // Passes exactly `text` if it stands here.
+  bool skip(std::string_view text) {
+    const bool here = std::string_view(at_, static_cast<size_t>(end_ - at_)).starts_with(text);
+    at_ += here ? text.size() : 0;
+    return here;
+  }
+
   // Exactly one blank, which is passed.
   bool blank() { return class_of(*at_) == kBlank && (++at_, true); }
 
@@ -127,13 +133,5 @@ class FieldWalker {
   const char* at_;
   const char* end_;
 };
-
-// Copies `text` into `field`, cut at its size less the terminator.
-template <size_t N>
-void copy_cut(char (&field)[N], std::string_view text) {
-  const size_t length = std::min(text.size(), N - 1);
-  memcpy(field, text.data(), length);
-  field[length] = '\0';
-}
 
 #endif  // INSPECT_FIELD_WALKER_H_

@@ -2,18 +2,10 @@
 #ifndef INSPECT_PARSE_PAIR_H_
 #define INSPECT_PARSE_PAIR_H_
 
-#include <string_view>
-
 // Finds the value: what follows the first colon and the spaces and tabs behind it. Returns its
 // position in `line` and cuts it there, in place, at its first blank or line end. A line feed
 // counts as a value's first byte, so "Key:\n" has an empty one. Returns -1, the line unchanged and
 // logged, when there is no colon or nothing at all after it.
 int parse_pair(char* line);
-
-// Whether `line` begins with exactly the bytes of `key`.
-inline bool line_has_key(std::string_view line, std::string_view key) {
-  // Most lines differ in their first byte.
-  return !line.empty() && line[0] == key[0] && line.starts_with(key);
-}
 
 #endif  // INSPECT_PARSE_PAIR_H_

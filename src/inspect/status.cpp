@@ -1,12 +1,13 @@
 #include "inspect/status.h"
 
-#include <stdio.h>
+#include <android-base/file.h>
+#include <android-base/stringprintf.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "inspect/parse_pair.h"
-#include "platform/android_base.h"
 #include "platform/proc_root.h"
+#include "platform/text_field.h"
 #include "proctable/zygote.h"
 #include "report/log.h"
 
@@ -30,16 +31,18 @@ void set_display_name(int pid, const char* short_name, CommandLineReader read,
       base = command_line.c_str();
     }
   }
-  snprintf(desc->name, sizeof(desc->name), "%s#%u", base, static_cast<unsigned>(pid));
+  const size_t length = append_cut(desc->name, append_cut(desc->name, 0, base), "#");
+  append_cut(desc->name, length, static_cast<unsigned>(pid));
 }
 
 void note_zygote(int pid, const tw_process_desc& desc) {
   if (desc.ppid != 1) {
     return;
   }
-  if (line_has_key(desc.name, "zygote64")) {
+  const std::string_view name = desc.name;
+  if (name.starts_with("zygote64")) {
     pid_of_zygote64 = pid;
-  } else if (line_has_key(desc.name, "zygote")) {
+  } else if (name.starts_with("zygote")) {
     pid_of_zygote = pid;
   }
 }
@@ -49,39 +52,52 @@ uint64_t to_kb(const char* value) {
   return static_cast<uint64_t>(static_cast<int64_t>(atoi(value)));
 }
 
-enum class Key { kName, kState, kPid, kPPid, kFdSize, kVmHwm, kVmRss, kThreads };
+enum class Key { kNone, kName, kState, kPid, kPPid, kFdSize, kVmHwm, kVmRss, kThreads };
 
-// In the order in which a line is held against them. What is compared is the name with its colon.
-constexpr struct {
-  Key key;
-  std::string_view text;
-} kKeys[] = {
-    {Key::kName, "Name:"},   {Key::kState, "State:"},     {Key::kPid, "Pid:"},
-    {Key::kPPid, "PPid:"},   {Key::kFdSize, "FDSize:"},   {Key::kVmHwm, "VmHWM:"},
-    {Key::kVmRss, "VmRSS:"}, {Key::kThreads, "Threads:"},
-};
+// What is compared is the name with its colon, where the line begins. Most lines are of other keys.
+Key key_of(std::string_view line) {
+  switch (line[0]) {
+    case 'N':
+      return line.starts_with("Name:") ? Key::kName : Key::kNone;
+    case 'S':
+      return line.starts_with("State:") ? Key::kState : Key::kNone;
+    case 'P':
+      return line.starts_with("Pid:")    ? Key::kPid
+             : line.starts_with("PPid:") ? Key::kPPid
+                                         : Key::kNone;
+    case 'F':
+      return line.starts_with("FDSize:") ? Key::kFdSize : Key::kNone;
+    case 'V':
+      return line.starts_with("VmHWM:")   ? Key::kVmHwm
+             : line.starts_with("VmRSS:") ? Key::kVmRss
+                                          : Key::kNone;
+    case 'T':
+      return line.starts_with("Threads:") ? Key::kThreads : Key::kNone;
+    default:
+      return Key::kNone;
+  }
+}
 
 }  // namespace
 
 void tw_status_parse(int pid, LineReader& lines, CommandLineReader read, tw_process_desc* desc) {
   const auto asked = static_cast<unsigned>(pid);
   for (std::string_view text; !(text = lines.next()).empty();) {
-    const auto* match = std::begin(kKeys);
-    while (match != std::end(kKeys) && !line_has_key(text, match->text)) {
-      ++match;
-    }
-    if (match == std::end(kKeys)) {
+    const Key key = key_of(text);
+    if (key == Key::kNone) {
       continue;
     }
     char* const line = lines.c_str();
     const int position = parse_pair(line);
     if (position < 0) {
-      const auto bare = static_cast<int>(match->text.size() - 1);
-      TW_LOG(TW_TAG_STATS, ">> failed to get proc %u's %.*s!!\n", asked, bare, match->text.data());
+      TW_LOG(TW_TAG_STATS, ">> failed to get proc %u's %.*s!!\n", asked,
+             static_cast<int>(strcspn(line, ":")), line);
       return;
     }
     const char* value = line + position;
-    switch (match->key) {
+    switch (key) {
+      case Key::kNone:
+        break;
       case Key::kName:
         set_display_name(pid, value, read, desc);
         break;

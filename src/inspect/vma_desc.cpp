@@ -6,6 +6,7 @@
 
 #include "inspect/field_walker.h"
 #include "inspect/line_reader.h"
+#include "platform/text_field.h"
 
 namespace {
 
@@ -19,9 +20,14 @@ int parse_regular(std::string_view line, vma_desc_t* vma) {
     return 0;
   }
   const std::string_view perms = walker.word();
-  if (perms.empty() || !walker.blank() || !walker.wide_hex(&vma->offset, ' ') ||
-      !walker.hex(&vma->dev_major, 8, ':') || !walker.hex(&vma->dev_minor, 8, ' ') ||
-      !walker.decimal(&vma->inode)) {
+  if (perms.empty() || !walker.blank()) {
+    return 0;
+  }
+  if (walker.skip("00000000 00:00 0 ")) {  // no file
+    vma->offset = 0;
+    vma->dev_major = vma->dev_minor = vma->inode = 0;
+  } else if (!walker.wide_hex(&vma->offset, ' ') || !walker.hex(&vma->dev_major, 8, ':') ||
+             !walker.hex(&vma->dev_minor, 8, ' ') || !walker.decimal(&vma->inode)) {
     return 0;
   }
   const std::string_view path = walker.word();

@@ -1,10 +1,11 @@
 #include "report/event_socket.h"
 
+#include <cutils/sockets.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
 
-#include "platform/local_socket.h"
+#include "platform/text_field.h"
 #include "platform/unique_fd.h"
 #include "report/log.h"
 
@@ -20,13 +21,6 @@ struct EventRecord {
   char detail[6144];
 };
 static_assert(sizeof(EventRecord) == 6296);
-
-template <size_t N>
-void copy_cut(char (&field)[N], const char* text) {
-  const size_t length = strnlen(text, N - 1);
-  memcpy(field, text, length);
-  field[length] = '\0';
-}
 
 }  // namespace
 

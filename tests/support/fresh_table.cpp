@@ -1,6 +1,7 @@
 #include "support/fresh_table.h"
 
-#include <gtest/gtest.h>
+#include <stdexcept>
+#include <string>
 
 #include "audit/audit_event_manager.h"
 #include "audit/audit_initialize.h"
@@ -30,8 +31,10 @@ std::vector<uint32_t> linked_pids(const tw_process_list* list) {
   std::vector<uint32_t> pids;
   for (auto* e = list->head; e != nullptr && pids.size() <= list->count; e = e->next) {
     pids.push_back(e->pid);
-    EXPECT_TRUE(e == &list->entries[e->pid] && (e->next == nullptr || e->next->prev == e));
+    if (e != &list->entries[e->pid] || (e->next != nullptr && e->next->prev != e)) {
+      throw std::logic_error("broken at pid " + std::to_string(e->pid));
+    }
   }
-  EXPECT_EQ(pids.size(), list->count);
+  if (pids.size() != list->count) throw std::logic_error("not as many linked as counted");
   return pids;
 }

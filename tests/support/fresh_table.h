@@ -11,7 +11,7 @@
 tw_process_list* fresh_table();
 
 // Checks that the list links each used slot once, both ways, and that `count` agrees; returns the
-// pids from the head on. Fails the running test otherwise.
+// pids from the head on. Throws otherwise.
 std::vector<uint32_t> linked_pids(const tw_process_list* list);
 
 #endif  // TESTS_SUPPORT_FRESH_TABLE_H_

@@ -27,7 +27,7 @@ constexpr struct {
 void tw_meminfo_parse(LineReader& lines, tw_meminfo_t* meminfo) {
   for (std::string_view text; !(text = lines.next()).empty();) {
     for (const auto& key : kKeys) {
-      if (!line_has_key(text, key.prefix)) {
+      if (!text.starts_with(key.prefix)) {
         continue;
       }
       char* const line = lines.c_str();

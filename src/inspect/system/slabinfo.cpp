@@ -7,6 +7,7 @@
 #include "inspect/field_walker.h"
 #include "platform/clock.h"
 #include "platform/proc_root.h"
+#include "platform/text_field.h"
 #include "report/log.h"
 #include "report/reporter.h"
 

@@ -1,0 +1,52 @@
+// What the fuzz targets share. Each is one program, <name>_fuzz, that libFuzzer calls with made-up
+// inputs; the library's outputs go nowhere meanwhile. Cycle's thread is the only one.
+#ifndef FUZZ_TARGET_H_
+#define FUZZ_TARGET_H_
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "inspect/line_reader.h"
+
+// One input; what each target defines.
+void fuzz(std::string_view text);
+
+// Ends the run where something that must hold does not; the fuzzer keeps the input.
+inline void require(bool holds) {
+  if (!holds) __builtin_trap();
+}
+
+// Calls `take` with each line that a reader gets: up to the line feed, or 1023 bytes of what is
+// longer. Checks that the reader gets just that, and a terminator where it asks for one.
+template <typename Take>
+void each_line(std::string_view text, Take take) {
+  LineReader lines(text);
+  while (!text.empty()) {
+    const size_t most = std::min(text.size(), LineReader::kLineSize - 1);
+    const std::string_view line = text.substr(0, std::min(text.find('\n'), most - 1) + 1);
+    require(lines.next() == line);
+    if (line.size() % 2 == 0) {
+      char* const terminated = lines.c_str();
+      require(line == std::string_view(terminated, line.size()) && terminated[line.size()] == '\0');
+      memset(terminated, 'x', line.size());  // it is the caller's, and the next line's is not
+    }
+    text.remove_prefix(line.size());
+    take(line);
+  }
+  require(lines.next().empty());
+}
+
+// The value of a line "Key:  value unit", found the plain way: what stands behind the first colon
+// and the blanks there, up to the next blank or NUL. Nothing where the line has none.
+inline std::optional<std::string> plain_value(std::string_view line) {
+  line = line.substr(0, line.find('\0'));
+  const size_t colon = line.find(':');
+  const size_t start = colon != line.npos ? line.find_first_not_of(" \t", colon + 1) : line.npos;
+  if (start == line.npos) return std::nullopt;
+  return std::string(line.substr(start, line.find_first_of(" \t\r\n", start) - start));
+}
+
+#endif  // FUZZ_TARGET_H_
