@@ -67,6 +67,9 @@ class FieldWalker {
   std::string_view word() {
     skip_blanks();
     const char* const start = at_;
+    while (end_ - at_ > 8 && !any_blank8(at_)) {
+      at_ += 8;
+    }
     while (class_of(*at_) < kBlank) {
       ++at_;
     }
@@ -104,9 +107,18 @@ class FieldWalker {
   }();
   static uint8_t class_of(char c) { return kClasses[static_cast<uint8_t>(c)]; }
 
+  static constexpr uint64_t kOnes = 0x0101010101010101;  // times a byte: that byte eight times
+
+  // Whether any of eight bytes is a blank, a stop or another control character: one below '!'
+  // borrows from its own highest bit.
+  static bool any_blank8(const char* text) {
+    uint64_t bytes;
+    memcpy(&bytes, text, sizeof(bytes));
+    return ((bytes - kOnes * '!') & ~bytes & kOnes * 0x80) != 0;
+  }
+
   // Eight digits at once, each in a byte of one word; false for anything but 0 to 9 and a to f.
   static bool hex8(const char* text, uint64_t* number) {
-    constexpr uint64_t kOnes = 0x0101010101010101;
     uint64_t bytes;
     memcpy(&bytes, text, sizeof(bytes));
     if constexpr (std::endian::native == std::endian::little) {

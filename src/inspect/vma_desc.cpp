@@ -111,7 +111,8 @@ vma_division_t* match_vma_division(vma_division_t* divisions, const vma_desc_t& 
     }
   }
   for (const auto& row : kBeginnings) {
-    if (path.starts_with(row.beginning)) {
+    // Most names are of other files, which the second byte tells.
+    if (vma.path[1] == row.beginning[1] && path.starts_with(row.beginning)) {
       return &divisions[row.type];
     }
   }
