@@ -1,7 +1,7 @@
 // A slabinfo file: each line against the scan format, and the census against its own rows.
 #include "inspect/system/slabinfo.h"
 
-#include "support/scan_formats.h"
+#include "scan_formats.h"
 #include "target.h"
 
 void fuzz(std::string_view text) {

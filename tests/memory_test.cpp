@@ -1,18 +1,12 @@
-// Where memory sits: divisions, maps, smaps, slabs, and what the handler says of them.
+// Where memory sits, and what is said of it: divisions, growth, ranks and listings.
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <iterator>
-#include <random>
-#include <set>
 #include <sstream>
 
 #include "audit/audit_event_handler.h"
 #include "audit/process_collector.h"
-#include "inspect/maps.h"
-#include "inspect/smaps.h"
 #include "inspect/system/meminfo.h"
-#include "inspect/system/slabinfo.h"
 #include "inspect/vma_desc.h"
 #include "interest/interest_dump.h"
 #include "interest/interest_list.h"
@@ -24,7 +18,6 @@
 #include "support/fresh_table.h"
 #include "support/made_tree.h"
 #include "support/record_listener.h"
-#include "support/scan_formats.h"
 
 namespace {
 
@@ -69,140 +62,9 @@ TEST(Divisions, FollowTheRulesInOrder) {
   }
 }
 
-// A line of one word from each field, mostly the first, with a byte changed or cut off at times.
-using Words = std::vector<std::string>;
-std::string made_line(const std::vector<Words>& fields) {
-  static std::mt19937 random{20250711};
-  const auto pick = [](size_t count) { return random() % count; };
-  std::string text;
-  for (const Words& field : fields) text += field[pick(8) == 0 ? pick(field.size()) : 0];
-  if (pick(4) == 0 && !text.empty()) text[pick(text.size())] = " \n-:0xgF\t\x80"[pick(10)];
-  return text.substr(0, pick(8) == 0 ? pick(text.size() + 1) : 1023);
-}
-
-TEST(Formats, HandParsesEqualTheScanFormats) {
-  std::istringstream numbers(
-      "7f12a4b6c8d0 42 00f1e2d3 7f12 ffffffffffffffff 1ffffffffffffffff 0x1f -1 +a zz 9x ABCdef01 "
-      "4294967296 "
-      "18446744073709551616 999999999999999999 -5 +7");
-  Words number{std::istream_iterator<std::string>(numbers), {}};
-  number.insert(number.end(), {"", " b"});
-  const Words blank = {" ", "  ", "\t", "", "\v"}, dash = {"-", " -"}, colon = {":", " "};
-  const Words word = {"rw-p", "rw-p 00000000 00:00 0", "rw-pqrstuvwx", std::string(400, 'p'), ""};
-  const Words path = {"   /lib/libc.so\n", "\n", "", " [anon:a b]\n", " " + std::string(900, '/')};
-  const Words device = {"fd", "123456789", "-"};
-  const std::vector<Words> area = {number, dash,   number, blank,  word,  blank,  number,
-                                   blank,  device, colon,  device, blank, number, path};
-  const std::vector<Words> cache = {word, blank, number, blank, number, blank, number, blank, path};
-  std::set<int> counts;
-  for (int i = 0; i < 100000; ++i) {
-    const std::string line = made_line(area);
-    vma_desc_t vma;
-    const int count = parse_vma(line, &vma);
-    ASSERT_TRUE(vma_line_agrees(line, count, vma)) << line;
-    counts.insert(count);
-  }
-  EXPECT_EQ(counts, (std::set<int>{-1, 0, 1, 2, 3, 4, 5, 6, 7, 8}));
-  for (int i = 0; i < 50000; ++i) {
-    const std::string line = made_line(cache);
-    tw_slab_entry_t entry = {};
-    const int count = parse_slab(line, &entry);
-    ASSERT_TRUE(slab_line_agrees(line, count, entry)) << line;
-  }
-}
-
-const std::string kStats = "taskwarden stats|";
-std::string failed(const std::string& line, int count) {
-  return kStats + "-> failed to parse \"" + line +
-         "\" of proc 9 as a vma's beginning: " + std::to_string(count) + "\n";
-}
-
-TEST(Maps, EndAtTheFirstLineThatIsNoHeader) {
-  const std::string kgsl = "1000-3000 rw-s 00000000 00:05 7    /dev/kgsl-3d0\n";
-  const std::string long_name = "1000-3000 r--p 0 00:00 0 /" + std::string(1100, 'n') + "\n";
-  const std::string long_perms = "1000-3000 " + std::string(40, 'r') + " 0 00:00 0 /dev/ashmem/x\n";
-  const std::tuple<std::string, int, uint64_t, uint64_t, std::string> rows[] = {
-      {"", 0, 0, 0, ""},
-      {kgsl + "5000-6000 r--p 00000000 00:00 0\n" + kgsl, 3, 16, 0, ""},
-      {kgsl + long_perms, 2, 8, 8, ""},
-      {kgsl + "garbage\n" + kgsl, 0, 77, 77, failed("garbage\n", 0)},
-      {kgsl + "\n", 0, 77, 77, failed("\n", -1)},
-      {kgsl + "10-20 r--p 0 00:0\n", 0, 77, 77, failed("10-20 r--p 0 00:0\n", 6)},
-      {long_name + kgsl, 0, 77, 77, failed(long_name.substr(1023), 0)}};
-  for (const auto& [text, areas, kgsl_kb, ashmem_kb, log] : rows) {
-    CapturedOutput output;
-    tw_process_desc desc = {};
-    desc.vss_ashmem_kb = desc.vss_kgsl_kb = 77;
-    LineReader lines{std::string_view(text)};
-    EXPECT_EQ(tw_maps_parse(9, lines, &desc), areas) << text;
-    EXPECT_EQ(std::tie(desc.vss_kgsl_kb, desc.vss_ashmem_kb), std::tie(kgsl_kb, ashmem_kb)) << text;
-    EXPECT_EQ(output.log(), log);
-  }
-}
-
 // One area of 132 kB.
 std::string area(const std::string& path, const std::string& keys) {
   return "10000-31000 rw-p 00000000 00:00 0    " + path + "\n" + keys;
-}
-
-TEST(Smaps, CountAreasAsTheirFlagsAreRead) {
-  const std::string whole =
-      area("[stack]", "Size: 132 kB\nRss: 40 kB\nPss: 30 kB\nPss_Anon: 9 kB\nVmFlags: rd wr\n");
-  std::vector<std::tuple<std::string, uint64_t, uint32_t, std::string>> rows = {
-      {"", 0, 0, ""},
-      {whole + whole, 80, 2, ""},
-      {whole + area("x", "Size:   132 kB\nRss:  5 kB\n"), 45, 1,
-       kStats + "-> proc 9's smaps has a bad tail: \"Rss:  5\"\n"},
-      {"0-20000000000 r--p 0 0:0 0 x\nSize: 2147483648 kB\n", 0, 0,
-       kStats + ">> inconsistent Size of \"Size: 2147483648\" in proc 9: x80000000, !=x80000000\n"},
-      {whole + "VmFlags: rd\n" + whole, 40, 1, failed("VmFlags: rd\n", 0)},
-      // The second piece of an overlong header is met inside its area, and passed over.
-      {area(std::string(1100, 'n'), "VmFlags: rd\n") + whole, 40, 2, ""}};
-  for (const std::string key : {"Size", "Rss", "Pss", "VmFlags"}) {
-    rows.emplace_back(whole + area("x", key + ":\t"), 40, 1,
-                      kStats + ">> failed to parse the pair: \"" + key + ":\t\"\n" + kStats +
-                          ">> failed to get proc 9 smaps's " + key + "!!\n");
-  }
-  for (const auto& [text, sum, areas, log] : rows) {
-    CapturedOutput output;
-    Divisions divisions = {};
-    const auto& [stack, named] =
-        std::tie(divisions[VMA_DIVISION_STACK], divisions[VMA_DIVISION_NAMED]);
-    LineReader lines{std::string_view(text)};
-    EXPECT_EQ(tw_smaps_parse(9, lines, divisions), sum) << text;
-    EXPECT_EQ(stack.vma_count + named.vma_count, areas) << text;
-    EXPECT_EQ(stack.pss_kb, 30 * stack.vma_count);
-    EXPECT_EQ(output.log(), log);
-  }
-}
-
-TEST(Slabs, KeepTheFirst256AndRankThemSigned) {
-  MadeTree tree;
-  CapturedOutput output;
-  tw_slabinfo_t census;
-  tw_system_check_slabinfo(&census);
-  tree.write("slabinfo",
-             "slabinfo - version: 2.1\n# name  <active_objs> <num_objs> <objsize> <x>\n"
-             "small 100 120 256 16 1\nidle 0 9 64 1\nshort 5 5 5\n"
-             "wraps 65536 1 65537 1\nnegative 1 1 -2147483647 1\nhuge 1 1 2147483647 1");
-  tw_system_check_slabinfo(&census);
-  tw_slabinfo_dump(&census, 5);
-  // In all 25600 + 65536 + 2^31 + 1 + 2^31 - 1, wrapped.
-  EXPECT_EQ(output.report(),
-            "SLAB has 4 entries (size>0), totally 91136 bytes; TOP-5:\n"
-            "\t # 1                 huge:      1 2147483647, totalsz: 2147483647\n"
-            "\t # 2                wraps:  65536  65537, totalsz: 65536\n"
-            "\t # 3                small:    100    256, totalsz: 25600\n"
-            "\t # 4             negative:      1 -2147483647, totalsz: -2147483647\n"
-            "\t # 5                     :      0      0, totalsz: 0\n");
-  std::string many;
-  for (int i = 1; i <= 300; ++i) many += "cache " + std::to_string(i) + " 1 1 1\n";
-  tree.write("slabinfo", many);
-  tw_system_check_slabinfo(&census);
-  EXPECT_EQ(output.log(),
-            kStats + ">> failed to open slabinfo!!\n" + kStats + ">> too many slab entries!!\n");
-  EXPECT_EQ(census.count, 256);
-  EXPECT_EQ(census.entries[0].active_objs, 256);
 }
 
 class Explained : public testing::Test {

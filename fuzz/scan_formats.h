@@ -1,6 +1,6 @@
 // Holds what the hand-written parses of lines deliver against the scan formats they stand for.
-#ifndef TESTS_SUPPORT_SCAN_FORMATS_H_
-#define TESTS_SUPPORT_SCAN_FORMATS_H_
+#ifndef FUZZ_SCAN_FORMATS_H_
+#define FUZZ_SCAN_FORMATS_H_
 
 #include <cstdio>
 #include <string>
@@ -38,4 +38,4 @@ inline bool slab_line_agrees(std::string_view line, int count, const tw_slab_ent
                             std::tuple(std::string(got.name), got.active_objs, got.obj_size));
 }
 
-#endif  // TESTS_SUPPORT_SCAN_FORMATS_H_
+#endif  // FUZZ_SCAN_FORMATS_H_
