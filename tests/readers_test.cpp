@@ -1,6 +1,8 @@
 // The readers of process files, on made files: what each leaves behind, reports and logs.
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "inspect/maps.h"
 #include "inspect/open_files.h"
 #include "inspect/smaps.h"
@@ -8,6 +10,7 @@
 #include "inspect/system/meminfo.h"
 #include "inspect/system/slabinfo.h"
 #include "inspect/threads.h"
+#include "inspect/vma_desc.h"
 #include "platform/android_base.h"
 #include "support/captured_output.h"
 #include "support/fresh_table.h"
@@ -69,6 +72,45 @@ TEST(Meminfo, IsReadUpToTheSlabAndPolledWith) {
                 {"MemFree:1048577\nSUnrec", "0 1048577 0 " + unpaired("SUnrec", "SUnreclaim")},
                 {"MemTota", "0 0 0 !" + unpaired("MemTota", "MemTotal")},
                 {"MemAvail", "0 0 0 !" + unpaired("MemAvail", "MemAvailable")}});
+}
+
+// Each line a division and names that belong to it, some of which another rule could claim.
+static constexpr char kNamesByDivision[] = R"(
+SHARED OBJECT|/lib/libc.so /dev/kgsl.so [anon:a.so .so
+NAMED|/lib/libc.so.6 dex a.TTF /dev [vdso] [heap] [stack:7] /data/dmabuf: xanon:
+OAT|/x/boot.oat base.odex base.vdex boot.art /data/arm64/x.dex .dex /dev/ashmem/boot.art
+FONT|/f/Roboto.ttf a.otf a.ttc
+RESOURCE|hy.hyb icu.dat [anon:libc_malloc].dat
+APK|f.jar base.apk /dev/ashmem/x.apk
+DALVIK|[anon:dalvik-main [anon:dalvik-
+SCUDO PRI|[anon:scudo:primary] [anon:scudo:primary]x
+SCUDO SEC|[anon:scudo:secondary]
+JEMALLOC|[anon:libc_malloc]
+BIONIC ALLOC|[anon:bionic_alloc_small_objects]
+STACK|[anon:stack_and_tls:12] [stack]
+ANON|[anon:.bss] [anon:a.so] [anon:scudo: [anon:libc_malloc
+ASHMEM|/dev/ashmem/CursorWindow /dev/ashmem
+KGSL|/dev/kgsl-3d0
+DMABUF|/dmabuf:1
+DEVNODE|/dev/dmabuf:1 /dev/binderfs/binder /dev/
+)";
+
+TEST(Divisions, FollowTheRulesInOrder) {
+  std::istringstream lines(kNamesByDivision + 1);
+  for (std::string division, paths, path; std::getline(lines, division, '|');) {
+    std::getline(lines, paths);
+    for (std::istringstream words(paths); words >> path;) {
+      vma_desc_t vma = {};
+      strcpy(vma.path, path.c_str());
+      vma_division_t divisions[VMA_DIVISION_COUNT];
+      const auto index = match_vma_division(divisions, vma) - divisions;
+      EXPECT_EQ(vma_division_typename(static_cast<VMA_DIVISION_TYPE>(index)), division) << path;
+    }
+  }
+  for (const int invalid : {-1, 18}) {
+    const auto type = static_cast<VMA_DIVISION_TYPE>(invalid);
+    EXPECT_STREQ(vma_division_typename(type), "<invalid vma division>");
+  }
 }
 
 static std::string no_header(Text line, int conversions) {
@@ -154,7 +196,7 @@ TEST(Inventories, FoldCountListAndCompare) {
   MadeTree tree({{.pid = 3, .threads = 2, .fds = 400}});
   tree.link("3/task/99/comm", "../3/comm");
   for (Text comm :
-       {"Binder:1\n"s, "Binder\n"s, "HwBinder:1\n"s, "POSIX timer 0\n"s, "abc"s, ""s, kPiece})
+       {"Binder:1\n"s, "Binder\n"s, "HwBinder:1\n"s, "POSIX timer\n"s, "abc"s, ""s, kPiece})
     tree.write("3/task/1"s + id++ + "/comm", comm);
   for (Text target : {"socket"s, "pipe:"s, "/dev/ashmem x"s, "/dev/ashme"s, kPiece})
     tree.link("3/fd/t"s + id++, target);

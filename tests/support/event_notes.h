@@ -14,7 +14,7 @@ class EventNotes final : public AuditEventListener {
   // Of a process, of the process `pid` alone if that is not 0.
   explicit EventNotes(int32_t source, uint32_t pid = 0)
       : listeners_(AuditEventManager::getInstance()->hubs.at(source)->listeners), pid_(pid) {
-    listeners_.push_back(this);
+    AuditEventManager::getInstance()->addListener(source, this);
   }
   ~EventNotes() { listeners_.pop_back(); }
   EventNotes& operator=(EventNotes&&) = delete;  // nor any copy
