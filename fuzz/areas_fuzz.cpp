@@ -1,11 +1,29 @@
 // A maps and an smaps file: each line against the scan format, and both readings against a plain
 // one of the same lines.
+#include <cstdio>
 #include <cstdlib>
+#include <tuple>
 
 #include "inspect/maps.h"
 #include "inspect/smaps.h"
-#include "scan_formats.h"
+#include "inspect/vma_desc.h"
 #include "target.h"
+
+// Whether parse_vma() was right to deliver `count` and `got` for `line` (at most 1023 bytes).
+static bool vma_line_agrees(std::string_view line, int count, const vma_desc_t& got) {
+  vma_desc_t want = {};
+  char perms[1024] = "", path[1024] = "";
+  const int wanted = sscanf(std::string(line).c_str(), TW_VMA_FORMAT, &want.start, &want.end, perms,
+                            &want.offset, &want.dev_major, &want.dev_minor, &want.inode, path);
+  snprintf(want.perms, sizeof(want.perms), "%.7s", perms);
+  snprintf(want.path, sizeof(want.path), "%.511s", path);
+  want.size_kb = is_vma_header(wanted) ? (want.end - want.start) / 1024 : 0;
+  const auto fields = [](const vma_desc_t& v) {
+    return std::tuple(v.start, v.end, std::string(v.perms), v.offset, v.dev_major, v.dev_minor,
+                      v.inode, std::string(v.path), v.size_kb, v.rss_kb, v.pss_kb);
+  };
+  return count == wanted && fields(got) == fields(want);
+}
 
 void fuzz(std::string_view text) {
   vma_division_t maps[VMA_DIVISION_COUNT] = {}, smaps[VMA_DIVISION_COUNT] = {};

@@ -103,6 +103,7 @@ TEST(Live, DivisionsAddUpToTheKernelsSums) {
     std::ofstream(file.first).flush();
     std::filesystem::resize_file(file.first, file.second << 10);
     child.command("map " + file.first);
+    std::filesystem::remove(file.first);
   }
   child.command("anon 2048");
   kill(child.pid(), SIGSTOP);  // so that two readings agree
@@ -126,7 +127,6 @@ TEST(Live, DivisionsAddUpToTheKernelsSums) {
             std::tuple(kernel["Size:"], kernel["Rss:"], kernel["VmFlags:"]));
   for (const auto& [division, file] : mapped) {
     EXPECT_EQ(divisions[division].vss_kb, file.second) << file.first;
-    std::filesystem::remove(file.first);
   }
   EXPECT_GE(divisions[VMA_DIVISION_UNNAMED].rss_kb, 2048U);
   tw_process_desc desc = {};
