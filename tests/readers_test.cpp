@@ -1,4 +1,6 @@
 // The readers of process files, on made files: what each leaves behind, reports and logs.
+#include <android-base/file.h>
+#include <android-base/stringprintf.h>
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -11,7 +13,6 @@
 #include "inspect/system/slabinfo.h"
 #include "inspect/threads.h"
 #include "inspect/vma_desc.h"
-#include "platform/android_base.h"
 #include "support/captured_output.h"
 #include "support/fresh_table.h"
 #include "support/made_tree.h"

@@ -141,6 +141,15 @@ TEST_F(Table, IdentitiesBaselinesAndKinds) {
   EXPECT_EQ(slot(402).baseline.threads, 20);
   pass(3000);
   EXPECT_EQ(slot(402).baseline.threads, 90);
+
+  // A clock set an hour forward or back makes any identity old enough.
+  for (const int64_t ms : {3600000, -3600000}) {
+    tree.put({.pid = 402, .name = std::to_string(ms), .ppid = 400});
+    pass();
+    EXPECT_FALSE(slot(402).baseline_taken);
+    pass(ms);
+    EXPECT_TRUE(slot(402).baseline_taken);
+  }
 }
 
 TEST_F(Table, ResidentSizeByDivision) {
