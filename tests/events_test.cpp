@@ -226,6 +226,15 @@ TEST_F(Ranking, IsAnnouncedAndMarksTheInteresting) {
   EXPECT_EQ(output.report(), "");
 }
 
+TEST(Handler, CountsProcesses) {
+  CapturedOutput output;
+  tw_process_list list = {nullptr, 9, 0, 3, 4, 2, nullptr, nullptr, nullptr};
+  AuditEvent event = {.id = 256, .source = AUDIT_SOURCE_PROCLIST, .data = &list};
+  AuditEventHandler().onEventIncoming(&event);
+  EXPECT_EQ(output.report(),
+            "-> There're 9 running processes:\n\t KThread: 2, Native : 3, Runtime: 4\n");
+}
+
 TEST(Handler, DoesWithoutBlocksAndIgnoresTheRest) {
   fresh_table();
   MadeTree tree({{.pid = 400, .threads = 3}});

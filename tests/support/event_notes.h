@@ -30,7 +30,9 @@ class EventNotes final : public AuditEventListener {
     const auto& entry = *static_cast<const tw_process_entry*>(event->data);
     if (pid_ == 0 || pid_ == entry.pid) {
       const char* kept = entry.threads_counter_block != nullptr ? "+ " : " ";
+      const bool linked = entry.next != nullptr || entry.prev != nullptr;
       text_ += std::to_string(event->id) + entry.desc.name + kept;
+      text_ += event->id == Event_ProcExited && linked ? "still linked " : "";
     }
     return true;
   }
