@@ -21,25 +21,22 @@ constexpr int kFirstPid = 300, kPids = 16;
 std::set<const void*> live_blocks;
 
 // The input byte by byte; zeros once it is used up.
-class Bytes {
- public:
-  explicit Bytes(std::string_view text) : text_(text) {}
-  bool ended() const { return text_.empty(); }
-  uint8_t next() { return static_cast<uint8_t>(take(1)[0]); }
-  std::string text() { return take(next()); }
+struct Bytes {
+  std::string text() {
+    std::string taken(rest.substr(0, next()));
+    rest.remove_prefix(taken.size());
+    return taken;
+  }
+  uint8_t next() {
+    const char byte = rest.empty() ? '\0' : rest[0];
+    rest.remove_prefix(!rest.empty());
+    return static_cast<uint8_t>(byte);
+  }
   template <typename T, size_t N>
   const T& one_of(const T (&choices)[N]) {
     return choices[next() % N];
   }
-
- private:
-  std::string take(size_t length) {
-    std::string taken(text_.substr(0, length));
-    text_.remove_prefix(taken.size());
-    taken.resize(std::max<size_t>(taken.size(), length == 1));
-    return taken;
-  }
-  std::string_view text_;
+  std::string_view rest;
 };
 
 void check(const tw_process_list& list) {
@@ -67,31 +64,25 @@ void change(MadeTree& tree, FakeClock& clock, Bytes& input) {
                                        "/smaps",  "/task/1/comm", "/fd"};
   const int pid = kFirstPid + input.next() % kPids;
   const std::string folder = std::to_string(pid);
-  switch (input.next() % 5) {
-    case 0: {
-      MadeProcess process = {.pid = pid};
-      process.name = input.one_of({"app", "app_b", "zygote", "zygote64", "<dummy 3", "\n"});
-      process.ppid = input.one_of({1000, 0, 1, 2, kFirstPid, kFirstPid + 1});
-      process.threads = input.next() % 8;
-      process.fds = input.next() % 16;
-      process.rss = process.hwm = uint64_t{1000} << input.next() % 16;
-      tree.put(process);
-      break;
-    }
-    case 1:
-      tree.remove(pid);
-      break;
-    case 2:
-      tree.remove(folder + input.one_of(kFiles));
-      break;
-    case 3: {
-      const std::string& file = input.one_of(kFiles);
-      tree.write(folder + file, input.text());
-      break;
-    }
-    case 4:
-      clock.advance_ms(int64_t{1000} * static_cast<int8_t>(input.next()));
-      break;
+  const int what = input.next() % 5;
+  if (what == 0) {
+    MadeProcess process = {
+        .pid = pid,
+        .name = input.one_of({"app", "app_b", "zygote", "zygote64", "<dummy 3", "\n"}),
+        .ppid = input.one_of({1000, 0, 1, 2, kFirstPid, kFirstPid + 1}),
+        .threads = input.next() % 8,
+        .fds = input.next() % 16};
+    process.rss = process.hwm = uint64_t{1000} << input.next() % 16;
+    tree.put(process);
+  } else if (what == 1) {
+    tree.remove(pid);
+  } else if (what == 2) {
+    tree.remove(folder + input.one_of(kFiles));
+  } else if (what == 3) {
+    const std::string& file = input.one_of(kFiles);
+    tree.write(folder + file, input.text());
+  } else {
+    clock.advance_ms(int64_t{1000} * static_cast<int8_t>(input.next()));
   }
 }
 
@@ -126,7 +117,7 @@ void fuzz(std::string_view text) {
     tw_process_list_iterate(list, cursor, budget_ms, &cursor);
     check(*list);
   };
-  for (Bytes input(text); !input.ended();) {
+  for (Bytes input{text}; !input.rest.empty();) {
     const uint8_t step = input.next();
     if (step < 128) {
       change(tree, clock, input);

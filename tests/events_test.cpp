@@ -9,7 +9,6 @@
 #include "audit/audit_initialize.h"
 #include "audit/entry_blocks.h"
 #include "audit/poll.h"
-#include "audit/proc_entry_event_hub.h"
 #include "audit/process_collector.h"
 #include "inspect/system/meminfo_record.h"
 #include "interest/interest_list.h"
@@ -129,38 +128,15 @@ TEST_F(Levels, AtEachLimitAndInOrder) {
             (Ids{1536, 1793, 1792, 1794, 1795, 1796, 1024, 1280, 1281}));
 }
 
-struct Noter final : AuditEventListener {
-  Noter(char tag, std::string* to) : name(tag), notes(to) {}
-  bool onEventIncoming(AuditEvent* event) override {
-    *notes += name + std::to_string(event->id) + "/" + std::to_string(event->source) + " ";
-    return false;
-  }
-  char name;
-  std::string* notes;
-};
-
-TEST(Framework, RoutesEventsInOrder) {
+TEST(Framework, KnowsItsSources) {
   AuditEventManager manager;
   CapturedOutput output;
-  ProcEntryEventHub entries;
-  entries.source = 32;
-  std::string notes;
-  Noter a('a', &notes), b('b', &notes);
   manager.pollEvents(64, nullptr);
-  manager.addListener(32, &a);
+  manager.addListener(32, nullptr);
   EXPECT_FALSE(manager.deliverEvent(32, 768, nullptr));
   EXPECT_EQ(output.log(),
             "taskwarden event|>> No such source (64) to poll!!\n"
             "taskwarden audit|>> No such source (32) to listen!!\n");
-  manager.hubs[32] = &entries;
-  manager.addListener(32, &a);
-  manager.addListener(32, &b);
-  tw_process_entry entry = {};
-  manager.pollEvents(32, &entry);
-  EXPECT_EQ(notes, "");
-  entry.desc.threads = entry.desc.fd_size = 1;
-  manager.pollEvents(32, &entry);
-  EXPECT_EQ(notes, "a1024/32 b1024/32 a1281/32 b1281/32 ");
 }
 
 TEST(Framework, ASecondInitializeAddsTheHandlerAgain) {
@@ -177,83 +153,86 @@ TEST(Framework, ASecondInitializeAddsTheHandlerAgain) {
 
 class Ranking : public testing::Test {
  protected:
-  // Offers a process of the given size: admitted or not.
-  int offer(uint32_t pid, uint64_t rss, int32_t ppid = 1, const char* name = "p") {
+  // Offers a process of the given size; the ranks then.
+  std::string offer(uint32_t pid, uint64_t rss, int32_t ppid = 1, const char* name = "p") {
     tw_process_entry& entry = list->entries[pid];
     entry.pid = pid;
     entry.desc.vm_rss_kb = entry.baseline.vm_hwm_kb = rss;
     entry.desc.ppid = ppid;
     snprintf(entry.desc.name, sizeof(entry.desc.name), "%s#%u", name, pid);
-    const size_t before = list->native_collector->changes.size();
     tw_event_poll_process_entry(list, &entry);
-    return static_cast<int>(list->native_collector->changes.size() - before);
+    return ranked(ppid == 1 ? native : list->runtime_collector);
   }
-  std::string ranked(const ProcessCollector* collector) {
+  static std::string ranked(const ProcessCollector* collector) {
     std::string pids;
     for (const tw_process_entry* member : collector->members) {
       pids += std::to_string(member->pid) + " ";
     }
-    return pids;
+    return pids + std::to_string(collector->changes.size());
   }
   tw_process_list* list = fresh_table();
+  ProcessCollector* native = list->native_collector;
   CapturedOutput output;
 };
 
 TEST_F(Ranking, AdmitsEvictsAndDropsTheFreed) {
-  ProcessCollector* native = list->native_collector;
-  EXPECT_STREQ(native->name, "Non-runtime");
-  EXPECT_STREQ(list->runtime_collector->name, "Runtime");
-  for (uint32_t pid = 300; pid < 305; ++pid) EXPECT_EQ(offer(pid, pid < 302 ? 50 : 100), 1);
-  EXPECT_EQ(offer(305, 50), 0);   // equal to the smallest
-  EXPECT_EQ(offer(304, 500), 0);  // a member already, though larger
-  EXPECT_EQ(offer(306, 51), 1);   // the first of two smallest goes
+  for (uint32_t pid = 300; pid < 304; ++pid) offer(pid, pid < 302 ? 50 : 100);
+  EXPECT_EQ(offer(304, 100), "300 301 302 303 304 5");
+  EXPECT_EQ(offer(305, 50), "300 301 302 303 304 5");   // equal to the smallest
+  EXPECT_EQ(offer(304, 500), "300 301 302 303 304 5");  // a member already, though larger
+  EXPECT_EQ(offer(306, 51), "301 302 303 304 306 6");   // the first of two smallest goes
   EXPECT_EQ(native->changes.back().second, &list->entries[300]);
-  EXPECT_EQ(ranked(native), "301 302 303 304 306 ");
-  EXPECT_EQ(offer(307, 9, 1, "zygote64"), 0);
+  EXPECT_EQ(offer(307, 9, 1, "zygote64"), "301 302 303 304 306 6");
   // A freed member goes even when the offered one stands before it, and so do its own changes.
   list->entries[303] = {};
-  EXPECT_EQ(offer(301, 50), -1);
-  EXPECT_EQ(ranked(native), "301 302 304 306 ");
-  EXPECT_EQ(offer(308, 1), 1);
+  EXPECT_EQ(offer(301, 50), "301 302 304 306 5");
+  EXPECT_EQ(offer(308, 1), "301 302 304 306 308 6");
   // The freed one moves the later candidate down a place.
   list->entries[301] = {};
-  offer(309, 7);
+  EXPECT_EQ(offer(309, 7), "302 304 306 308 309 6");
   list->entries[302] = {};
   native->capacity = 4;
-  offer(310, 900);
-  EXPECT_EQ(ranked(native), "304 306 309 310 ");
+  EXPECT_EQ(offer(310, 900), "304 306 309 310 6");
   native->capacity = 5;
   pid_of_zygote = 999;
-  offer(311, 3, 999);
-  EXPECT_EQ(ranked(list->runtime_collector), "311 ");
+  EXPECT_EQ(offer(311, 3, 999), "311 1");
 }
 
 TEST_F(Ranking, IsAnnouncedAndMarksTheInteresting) {
   interest_builtin_add("keep");
+  EXPECT_EQ(output.report(), "Add the builtin interest: keep\n");
   for (uint32_t pid = 300; pid < 305; ++pid) {
     offer(pid, 100 + pid % 2, 1, pid == 300 ? "keep" : "50%s");
   }
-  list->native_collector->changes.clear();
+  native->changes.clear();
   list->entries[300].interested = list->entries[302].interested = true;
   for (uint32_t pid : {305U, 306U, 307U}) offer(pid, 900 - 100 * (pid - 305));
   list->entries[305] = {};  // freed while its change is pending
   output.report();
   tw_event_poll_process_list(list);
-  const std::string report = output.report();
-  EXPECT_TRUE(
-      report.starts_with("\n-------------------------------------------------------\n"
-                         "-> Update process'RSS rank of \"Non-runtime\":\n"));
-  EXPECT_TRUE(list->entries[300].interested && !list->entries[302].interested);
-  EXPECT_TRUE(list->entries[306].interested && list->entries[307].interested);
-  EXPECT_FALSE(list->entries[305].interested);
-  EXPECT_NE(
-      report.find("\t [*  1] pid 306 \"p#306\": RSS 800\n\t [*  2] pid 307 \"p#307\": RSS 700\n"
-                  "\t [   3] pid 30"),
-      std::string::npos)
-      << report;
+  const std::string report = output.report(),
+                    head = "\n" + std::string(55, '-') +
+                           "\n-> Update process'RSS rank of \"Non-runtime\":\n"
+                           "\t [*  1] pid 306 \"p#306\": RSS 800\n\t [*  2] pid 307 \"p#307\": RSS "
+                           "700\n\t [   3] pid 30";
+  EXPECT_TRUE(report.starts_with(head)) << report;
+  std::string interested;
+  for (uint32_t pid = 300; pid < 308; ++pid) {
+    interested += list->entries[pid].interested ? '1' : '0';
+  }
+  EXPECT_EQ(interested, "10000011");
   EXPECT_NE(report.find("\"50%s#301\""), std::string::npos);
   tw_event_poll_process_list(list);
   EXPECT_EQ(output.report(), "");
+}
+
+TEST(Handler, CountsProcesses) {
+  CapturedOutput output;
+  tw_process_list list = {nullptr, 9, 0, 3, 4, 2, nullptr, nullptr, nullptr};
+  AuditEvent event = {.id = 256, .source = AUDIT_SOURCE_PROCLIST, .data = &list};
+  AuditEventHandler().onEventIncoming(&event);
+  EXPECT_EQ(output.report(),
+            "-> There're 9 running processes:\n\t KThread: 2, Native : 3, Runtime: 4\n");
 }
 
 TEST(Handler, DoesWithoutBlocksAndIgnoresTheRest) {

@@ -1,9 +1,9 @@
-// A status file, against a plain reading of the same lines. Before its first 0xFF byte, if there is
-// one, stands the command line.
-#include "inspect/status.h"
-
+// A status and a meminfo file, against plain readings of the same lines. Before the first 0xFF
+// byte, if there is one, stands the command line.
 #include <cstdlib>
 
+#include "inspect/status.h"
+#include "inspect/system/meminfo.h"
 #include "proctable/zygote.h"
 #include "target.h"
 
@@ -14,22 +14,19 @@ static bool read_command_line(int /*pid*/, std::string* content) {
   return command_line.data() != nullptr;
 }
 
-void fuzz(std::string_view text) {
-  const size_t cut = text.find('\xff');
-  command_line = cut != text.npos ? text.substr(0, cut) : std::string_view();
-  text.remove_prefix(cut != text.npos ? cut + 1 : 0);
-
+static void check_status(std::string_view text) {
   const std::string argument(command_line.substr(0, command_line.find('\0')));
   tw_process_desc want = {"old", -3, '?', -4, -5, 6, 7, 1, 2, 3, 4, 5, 8}, got = want;
   int zygote = 0, zygote64 = 0;
   bool ended = false;
   each_line(text, [&](std::string_view line) {
-    const auto is = [&](std::string_view key) { return !ended && line.starts_with(key); };
     const auto value = plain_value(line);
     const int number = value ? atoi(value->c_str()) : 0;
-    for (const char* key : {"Name:", "State:", "Pid:", "PPid:", "FDSize:", "VmHWM:", "VmRSS:"}) {
-      ended = ended || (is(key) && !value);
-    }
+    const auto is = [&](std::string_view key) {
+      if (ended || !line.starts_with(key)) return false;
+      ended = !value || key == "Threads:" || (key == "Pid:" && number != 7);
+      return value.has_value();
+    };
     if (is("Name:")) {
       const std::string& base = argument.empty() || argument.size() > 57 ? *value : argument;
       strcpy(want.name, (base + "#7").substr(0, 63).c_str());
@@ -44,10 +41,9 @@ void fuzz(std::string_view text) {
     if (is("FDSize:")) want.fd_size = number;
     if (is("VmHWM:")) want.vm_hwm_kb = static_cast<uint64_t>(int64_t{number});
     if (is("VmRSS:")) want.vm_rss_kb = static_cast<uint64_t>(int64_t{number});
-    if (is("Threads:") && value) want.threads = number;
-    ended = ended || is("Threads:") || (is("Pid:") && number != 7);
+    if (is("Threads:")) want.threads = number;
+    is("Pid:");
   });
-
   pid_of_zygote = pid_of_zygote64 = 0;
   LineReader lines(text);
   tw_status_parse(7, lines, read_command_line, &got);
@@ -55,4 +51,32 @@ void fuzz(std::string_view text) {
   memcpy(got.name, want.name, sizeof(got.name));  // what is behind the terminator does not count
   require(memcmp(&got, &want, sizeof(got)) == 0);
   require(pid_of_zygote == zygote && pid_of_zygote64 == zygote64);
+}
+
+static void check_meminfo(std::string_view text) {
+  tw_meminfo_t want = {-1, -2, -3, -4}, got = want;
+  bool ended = false;
+  each_line(text, [&](std::string_view line) {
+    const auto take = [&](std::string_view prefix, int32_t& field) {
+      if (ended || !line.starts_with(prefix)) return;
+      const auto value = plain_value(line);
+      if (value) field = atoi(value->c_str());
+      ended = !value || prefix == "SUnrec";
+    };
+    take("MemTota", want.mem_total_kb);
+    take("MemFre", want.mem_free_kb);
+    take("MemAvail", want.mem_available_kb);
+    take("SUnrec", want.sunreclaim_kb);
+  });
+  LineReader lines(text);
+  tw_meminfo_parse(lines, &got);
+  require(memcmp(&got, &want, sizeof(got)) == 0);
+}
+
+void fuzz(std::string_view text) {
+  const size_t cut = text.find('\xff');
+  command_line = cut != text.npos ? text.substr(0, cut) : std::string_view();
+  text.remove_prefix(cut != text.npos ? cut + 1 : 0);
+  check_status(text);
+  check_meminfo(text);
 }
