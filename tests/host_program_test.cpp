@@ -1,4 +1,5 @@
 // The program itself, as a user runs it.
+#include <cutils/sockets.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -9,7 +10,6 @@
 #include <cstdio>
 
 #include "host/record_server.h"
-#include "platform/local_socket.h"
 #include "support/child.h"
 #include "support/made_tree.h"
 #include "support/own_network.h"

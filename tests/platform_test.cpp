@@ -1,4 +1,5 @@
 // What the library stands on and reports through: outputs, clock, pool, blocks and event socket.
+#include <cutils/properties.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -10,7 +11,6 @@
 #include "platform/clock.h"
 #include "platform/directory.h"
 #include "platform/output.h"
-#include "platform/properties.h"
 #include "proctable/pool.h"
 #include "report/event_socket.h"
 #include "report/reporter.h"

@@ -1,11 +1,12 @@
 // The readers of process files, on made files: what each leaves behind, reports and logs.
+#include <android-base/file.h>
+#include <android-base/stringprintf.h>
 #include <gtest/gtest.h>
 
 #include "inspect/open_files.h"
 #include "inspect/status.h"
 #include "inspect/system/meminfo.h"
 #include "inspect/threads.h"
-#include "platform/android_base.h"
 #include "proctable/zygote.h"
 #include "support/captured_output.h"
 #include "support/fresh_table.h"

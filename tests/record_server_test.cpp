@@ -1,6 +1,7 @@
 // The record server against clients of every sort, over real sockets.
 #include "host/record_server.h"
 
+#include <cutils/sockets.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -8,8 +9,6 @@
 #include <condition_variable>
 #include <mutex>
 #include <thread>
-
-#include "platform/local_socket.h"
 
 namespace {
 

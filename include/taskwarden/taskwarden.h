@@ -61,6 +61,7 @@ typedef void (*taskwarden_output_fn)(void* context, int output, const char* tag,
 // sink restores the default: reports to standard output as they are, log lines to standard error
 // as "E/tag: text" ("E/: text" without a tag) with a final line feed added where there is none.
 // When the call returns, the previous sink is not running and will not be called again.
+// A library built with Android's own log and reporter writes to those, and calls no sink ever.
 // Thread: any, at any time, but not from inside a sink. Cannot fail.
 TW_EXPORT void taskwarden_set_output(taskwarden_output_fn sink, void* context);
 

@@ -1,10 +1,11 @@
 #include "inspect/status.h"
 
+#include <android-base/file.h>
+#include <android-base/stringprintf.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "inspect/parse_pair.h"
-#include "platform/android_base.h"
 #include "platform/proc_root.h"
 #include "platform/text_field.h"
 #include "proctable/zygote.h"

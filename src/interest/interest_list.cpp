@@ -1,5 +1,6 @@
 #include "interest/interest_list.h"
 
+#include <cutils/properties.h>
 #include <string.h>
 
 #include <mutex>
@@ -7,7 +8,6 @@
 #include <vector>
 
 #include "platform/clock.h"
-#include "platform/properties.h"
 #include "report/reporter.h"
 
 namespace {

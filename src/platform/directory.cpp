@@ -47,5 +47,6 @@ unsigned char tw_entry_type(int directory_fd, const char* name, unsigned char ty
   if (::fstatat(directory_fd, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
     return DT_UNKNOWN;
   }
-  return static_cast<unsigned char>(IFTODT(status.st_mode));
+  // As the kernel forms it (S_DT() in its include/linux/fs_types.h); bionic may not name it.
+  return static_cast<unsigned char>((status.st_mode & S_IFMT) >> 12);
 }

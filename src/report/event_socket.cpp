@@ -1,10 +1,10 @@
 #include "report/event_socket.h"
 
+#include <cutils/sockets.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
 
-#include "platform/local_socket.h"
 #include "platform/text_field.h"
 #include "platform/unique_fd.h"
 #include "report/log.h"

@@ -9,14 +9,15 @@
 #include "taskwarden/export.h"
 
 // Connects to the service. Returns the connected descriptor, close-on-exec and owned by the caller,
-// or a negative value with errno after logging it. Waits at most TW_SOCKET_WAIT_MS. Any thread.
+// or a negative value with errno after logging it. Waits at most TW_SOCKET_WAIT_MS. Where the
+// system's own socket_local_client() connects, neither bound nor close-on-exec is promised. Any
+// thread.
 TW_EXPORT int32_t setupConnection();
 
 // Sends one record, "pid@@value@@event@@process@@detail" and a NUL, in one write, and closes the
 // connection. The value goes out as its low 32 bits, signed. Texts (NUL-terminated, not null) are
-// cut at 29, 99 and 6143 bytes. Takes at most TW_SOCKET_WAIT_MS whatever the service does, and
-// raises no SIGPIPE; a failure is logged and the caller not told. errno is unspecified afterwards.
-// Any thread.
+// cut at 29, 99 and 6143 bytes. Waits for nothing but the connection, and raises no SIGPIPE; a
+// failure is logged and the caller not told. errno is unspecified afterwards. Any thread.
 TW_EXPORT void reportEvent(int32_t pid, int64_t value, const char* event, const char* process,
                            const char* detail);
 

@@ -3,7 +3,7 @@
 #ifndef REPORT_LOG_H_
 #define REPORT_LOG_H_
 
-#include "platform/android_log.h"
+#include <log/log.h>
 
 #define TW_LOG(tag, ...) __android_log_buf_print(LOG_ID_MAIN, ANDROID_LOG_ERROR, tag, __VA_ARGS__)
 

@@ -3,7 +3,7 @@
 #ifndef REPORT_REPORTER_H_
 #define REPORT_REPORTER_H_
 
-#include "platform/chronicler.h"
+#include <chronicler/chronicler.h>
 
 // Created by whoever asks first, once, also when two threads ask at the same moment; never freed.
 Chronicler& tw_reporter();

@@ -1,14 +1,11 @@
-// The two helpers of the platform's base library that the readers of small process files use.
-#ifndef PLATFORM_ANDROID_BASE_H_
-#define PLATFORM_ANDROID_BASE_H_
+// Stand-in for the base library's reading of whole files, for the small files of processes.
+#ifndef PLATFORM_STANDIN_ANDROID_BASE_FILE_H_
+#define PLATFORM_STANDIN_ANDROID_BASE_FILE_H_
 
 #include <string>
 
 namespace android::base {
 inline constexpr size_t TW_LARGEST_FILE = 4096;
-
-// The formatted text, of any length.
-std::string StringPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // Reads the file at `path` into `content`, which is cleared first, with one read of at most
 // TW_LARGEST_FILE bytes: what stands in a process file is chosen by the process, which can make its
@@ -18,4 +15,4 @@ bool ReadFileToString(const std::string& path, std::string* content, bool follow
 
 }  // namespace android::base
 
-#endif  // PLATFORM_ANDROID_BASE_H_
+#endif  // PLATFORM_STANDIN_ANDROID_BASE_FILE_H_

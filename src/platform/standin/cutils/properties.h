@@ -1,7 +1,7 @@
-// System properties. On Linux the environment stands in for them: the property "tw.stats.interest"
-// is the variable TW_STATS_INTEREST (upper case, points as underscores).
-#ifndef PLATFORM_PROPERTIES_H_
-#define PLATFORM_PROPERTIES_H_
+// Stand-in for the system properties, in the environment: the property "tw.stats.interest" is the
+// variable TW_STATS_INTEREST (upper case, points as underscores).
+#ifndef PLATFORM_STANDIN_CUTILS_PROPERTIES_H_
+#define PLATFORM_STANDIN_CUTILS_PROPERTIES_H_
 
 enum { PROPERTY_VALUE_MAX = 92 };
 
@@ -10,4 +10,4 @@ enum { PROPERTY_VALUE_MAX = 92 };
 // length copied.
 int property_get(const char* key, char* value, const char* default_value);
 
-#endif  // PLATFORM_PROPERTIES_H_
+#endif  // PLATFORM_STANDIN_CUTILS_PROPERTIES_H_

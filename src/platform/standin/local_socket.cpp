@@ -1,4 +1,4 @@
-#include "platform/local_socket.h"
+#include <cutils/sockets.h>
 
 #include <errno.h>
 #include <stddef.h>

@@ -1,4 +1,4 @@
-#include "platform/chronicler.h"
+#include <chronicler/chronicler.h>
 
 #include <stdarg.h>
 

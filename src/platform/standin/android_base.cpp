@@ -1,5 +1,5 @@
-#include "platform/android_base.h"
-
+#include <android-base/file.h>
+#include <android-base/stringprintf.h>
 #include <fcntl.h>
 #include <stdarg.h>
 

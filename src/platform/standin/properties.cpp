@@ -1,4 +1,4 @@
-#include "platform/properties.h"
+#include <cutils/properties.h>
 
 #include <ctype.h>
 #include <stdlib.h>

@@ -1,4 +1,4 @@
-#include "platform/android_log.h"
+#include <log/log.h>
 
 #include <errno.h>
 #include <stdarg.h>
