@@ -2,9 +2,12 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <functional>
 #include <semaphore>
 #include <thread>
 
+#include "interest/interest_list.h"
 #include "support/captured_output.h"
 #include "support/fake_clock.h"
 #include "support/fresh_table.h"
@@ -53,6 +56,11 @@ TEST(Cycle, RestsAndOverloadsAreTheStatedOnes) {
       {"one more, then 1 ms", 1, pass(0, {{1001}}) + pass(0, {{1}}), {1999}, ""},
       {"nothing, then 300", 1, pass(0, {{0}}) + pass(0, {{300}}), {1700}, ""},
       {"clock an hour back, then 300", 1, pass(0, {{-3600000}}) + pass(0, {{300}}), {1700}, ""},
+      {"an hour forward, then 300",
+       1,
+       pass(0, {{3600000}}) + pass(0, {{300}}),
+       {1700},
+       overload(3600000, 1, 1)},
       {"back in the scan itself", 1, pass(-5, {{300}}), {1700}, ""},
       {"budget of 0: one process a slice", 2, pass(60, {{0}, {3}}), {1940, 1997}, ""},
       {"budget below 0", 2, pass(75, {{0}, {3}}), {1925, 1997}, ""},
@@ -132,6 +140,51 @@ TEST(Cycle, PausesAtAPassesEndOnly) {
   EXPECT_EQ(output.report(),
             "-> pause taskwarden\n-> resume taskwarden\n-> pause taskwarden\n"
             "-> taskwarden is paused...\n-> resume taskwarden\n-> taskwarden continues to run\n");
+}
+
+// A sink that counts, and knows whether it is the one in place.
+struct Sink {
+  static void take(void* self, int, const char*, const char* text, size_t) {
+    auto& sink = *static_cast<Sink*>(self);
+    EXPECT_TRUE(sink.in_place);
+    sink.added += std::string_view(text) == "Add the builtin interest: nobody\n";
+  }
+  bool in_place = false;
+  int added = 0;
+};
+
+TEST(Cycle, BearsCallsFromAllSides) {
+  fresh_table();
+  MadeTree tree({{.pid = 300}, {.pid = 301}});
+  FakeClock clock;
+  Sink sinks[2];
+  std::atomic<int> passes = 0, added = 0, calling = 5;
+  int current = 0;
+  const auto pause = [] { taskwarden_notify(1), taskwarden_notify(0); };
+  const std::function<void()> calls[] = {pause, pause, taskwarden_request_dump,
+                                         [&] { interest_builtin_add("nobody"), ++added; },
+                                         [&] {
+                                           sinks[1 - current].in_place = true;
+                                           taskwarden_set_output(Sink::take, &sinks[1 - current]);
+                                           sinks[current].in_place = false;
+                                           current = 1 - current;
+                                         }};
+  calls[4]();
+  std::vector<std::jthread> callers;
+  for (const auto& call : calls) {
+    callers.emplace_back([&] {
+      while (passes < 100) call();
+      --calling;
+    });
+  }
+  clock.on_rest = [&] {
+    clock.steps_ms.assign(1000, 1);
+    if (++passes >= 100 && calling == 0) std::filesystem::remove_all(tree.root());
+  };
+  clock.steps_ms.assign(1000, 1);
+  EXPECT_EQ(taskwarden_start(), -1);
+  taskwarden_set_output(nullptr, nullptr);
+  EXPECT_EQ(sinks[0].added + sinks[1].added, added);
 }
 
 TEST(Cycle, DumpsBetweenPassesAndWhilePaused) {

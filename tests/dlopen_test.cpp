@@ -40,8 +40,12 @@ TEST(SharedLibrary, RunsItsCycleBesideTheHostToTheEnd) {
   LIBRARYS(taskwarden_set_output)(Reports::take, &reports);
   // Threads look like processes, and these are few: a pass is done in one slice.
   LIBRARYS(taskwarden_set_proc_root)("/proc/self/task");
-  const auto hammer = [=] {
-    for (int i = 1; i <= 1000; ++i) notify(i);
+  const auto hammer = [=, &reports] {
+    for (int i = 1; i <= 1000; ++i) {
+      notify(i);
+      LIBRARYS(taskwarden_request_dump)();
+      LIBRARYS(taskwarden_set_output)(Reports::take, &reports);
+    }
   };
   std::thread one(hammer), other(hammer);
   std::thread(LIBRARYS(taskwarden_start)).detach();

@@ -175,6 +175,16 @@ TEST_F(Table, IdentitiesBaselinesAndKinds) {
   clock.advance_ms(3000);
   pass();
   EXPECT_EQ(slot(402).baseline.threads, 90);
+
+  // A clock set an hour forward or back makes any identity old enough.
+  for (const int64_t ms : {3600000, -3600000}) {
+    tree.put({.pid = 402, .name = std::to_string(ms), .ppid = 400});
+    pass();
+    EXPECT_FALSE(slot(402).baseline_taken);
+    clock.advance_ms(ms);
+    pass();
+    EXPECT_TRUE(slot(402).baseline_taken);
+  }
 }
 
 TEST_F(Table, BlocksTakenUnderADummyNameAreLetGo) {

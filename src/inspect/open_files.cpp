@@ -125,7 +125,8 @@ void tw_process_recount_openfiles(int pid, tw_process_desc* desc, tw_fd_listing*
   // Processes first met together are not all listed again in the same pass.
   const uint32_t visits = last->size != 0 ? 0 : asked % TW_FD_LISTING_RHYTHM;
   walk(directory, desc, nullptr);
-  const bool remarkable = is_remarkable(before, size_of(directory), desc->open_files);
+  const bool remarkable =
+      !directory.failed() && is_remarkable(before, size_of(directory), desc->open_files);
   *last = remarkable ? tw_fd_listing{static_cast<uint32_t>(before.size), visits} : tw_fd_listing{};
 }
 

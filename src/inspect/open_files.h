@@ -25,7 +25,8 @@ inline constexpr uint32_t TW_FD_LISTING_RHYTHM = 60;
 //
 // The size is trusted only on a file system on which it was seen to equal the number of descriptors
 // listed: since Linux 6.2 it is the number of descriptor numbers in use (proc_readfd_count() in
-// fs/proc/fd.c); before, and in trees of ordinary files, it says nothing, and every visit lists.
+// fs/proc/fd.c); before, and in trees of ordinary files, it says nothing, and every visit lists. A
+// listing that an error ended counts what it found, and the next visit lists again.
 //
 // What can go unseen: a number that a call has reserved and not yet filled (a thread is blocked in
 // accept(2), say) is in the size but in no listing. When it becomes a descriptor, or one is closed

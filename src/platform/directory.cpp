@@ -26,6 +26,7 @@ bool Directory::next(tw_dirent* entry) {
   if (position_ >= filled_) {
     const long n = ::syscall(SYS_getdents64, fd_.get(), buffer_, sizeof(buffer_));
     if (n <= 0) {
+      failed_ = n < 0;
       return false;
     }
     position_ = 0;

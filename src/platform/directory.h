@@ -23,13 +23,15 @@ class Directory {
   int fd() const { return fd_.get(); }
 
   // The next entry, or false at the end. An error while reading (the process of a /proc directory
-  // has gone) ends the directory.
+  // has gone) ends the directory; failed() tells such an end from a real one.
   bool next(tw_dirent* entry);
+  bool failed() const { return failed_; }
 
  private:
   unique_fd fd_;
   size_t position_ = 0;
   size_t filled_ = 0;
+  bool failed_ = false;
   alignas(8) char buffer_[8192];
 };
 

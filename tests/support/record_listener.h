@@ -15,6 +15,8 @@ class RecordListener {
   // "(nothing)" when none came within `timeout_ms`.
   std::string next(int timeout_ms = 2000);
 
+  int fd() const { return socket_.get(); }
+
  private:
   unique_fd socket_;
 };
