@@ -82,6 +82,33 @@ build_with_tests() {
   cmake --build --preset "$1"
 }
 
+# build_apart FOLDER OPTION...: builds the release without tests in build/FOLDER, configured with the
+# given cmake options and those of TASKWARDEN_CMAKE_ARGS.
+build_apart() {
+  local folder=$root/build/$1 cmake_args
+  shift
+  read -ra cmake_args <<<"${TASKWARDEN_CMAKE_ARGS-}"
+  cmake -S "$root" --preset release -B "$folder" -DTASKWARDEN_TESTS=OFF "$@" "${cmake_args[@]}"
+  cmake --build "$folder"
+}
+
+# apart FLAG... COMMAND...: runs COMMAND in namespaces of its own (unshare(1)) where that is allowed,
+# and as it is where not.
+apart() {
+  local flags=()
+  while [[ $1 == --* ]]; do
+    flags+=("$1") && shift
+  done
+  ! unshare "${flags[@]}" true 2>/dev/null || set -- unshare "${flags[@]}" "$@"
+  "$@"
+}
+
+# describe_machine COMMAND: the sentence above the figures that COMMAND prints.
+describe_machine() {
+  printf "Measured by \`%s\` on Linux %s, %s cores of %s.\n\n" "$1" "$(uname -r)" "$(nproc)" \
+    "$(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | sort -u | head -n 1)"
+}
+
 # Goes before a command that sanitizers watch: their shadow memory stands at fixed addresses, which a
 # kernel that spreads its mappings widely may hand out first.
 fixed_addresses=()

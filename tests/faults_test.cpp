@@ -15,10 +15,10 @@
 #include <map>
 #include <set>
 
+#include <android-base/stringprintf.h>
 #include "blocks/tagged_block.h"
 #include "inspect/system/meminfo.h"
 #include "interest/interest_list.h"
-#include "platform/android_base.h"
 #include "platform/clock.h"
 #include "platform/output.h"
 #include "platform/proc_root.h"

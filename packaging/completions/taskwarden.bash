@@ -8,7 +8,7 @@ _taskwarden() {
   COMPREPLY=()
   help=$("${COMP_WORDS[0]}" ${command:+"$command"} --help 2>/dev/null) || return
 
-  local name='^  (-.,)?(--[a-z-]+)( ([^ ]+))?' word='^  ([A-Za-z|]+)( |$)'
+  local name='^  (-.,)?(--[a-z-]+)( ([A-Za-z|]+)( |$))?' word='^  ([A-Za-z|]+)( |$)'
   while IFS= read -r line; do
     if [[ $line =~ ^([A-Z][a-z]+:)?$ ]]; then
       section=$line

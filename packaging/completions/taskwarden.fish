@@ -10,7 +10,7 @@ function __taskwarden_complete
         if string match -qr '^([A-Z][a-z]+:)?$' -- $line
             set section $line
         else if test "$section" = Options:
-            set -l found (string match -r '^  (?:-.,)?(--[a-z-]+)(?: ([^ ]+))? *(.*)' -- $line)
+            set -l found (string match -r '^  (?:-.,)?(--[a-z-]+) ?([A-Za-z|]*)(?= |$) *(.*)' -- $line)
             or continue
             set -a words "$found[2]"\t"$found[4]"
             if test "$before[-1]" = "$found[2]"
