@@ -5,6 +5,8 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <functional>
+#include <map>
+#include <string>
 #include <vector>
 
 #include "host/inspect_command.h"
@@ -41,6 +43,17 @@ the backslash doubled.
 Names are what the processes chose. On a terminal their unprintable bytes are shown as \xNN. Anywhere
 else they stay as they are, except that none can begin a line with "record: " or "taskwarden: ".
 
+With --log-format json each line of both outputs is one object with the time, UTC:
+  event, pid, name,       one event, whole; kB or counts. Those of the system have their figures
+  before, after           instead, rankings (Event_ProcRankNative, Event_ProcRankRuntime) neither
+  explanation             its rows: what grew by name ("created", "opened", "divisions"), which only
+                          the second event of a kind can tell, or the "ranking"
+  text                    any other line of the log
+  record                  one record, with the members that "listen --json" gives it
+  tag, failure            a line of standard error that begins "E/" in the text
+  message                 a line that begins "taskwarden: " in the text
+An event whose list of rows may go on is written after 1 second without a further row.
+
 An output that is not read for long costs lines of it, the oldest first, and a line says how many.
 Records that could not be delivered and such as were refused are counted on standard error at the
 end, and on SIGQUIT.
@@ -55,7 +68,8 @@ Signals:
 Exit status: 0 when ended by a signal, 1 when there is nothing to watch or the process file system
 cannot be opened, 2 on wrong usage. A closed pipe ends the program as it does any filter.
 
-Example: taskwarden watch --interest surfaceflinger 2>errors.log | grep -A 20 Event_)";
+Examples: taskwarden watch --interest surfaceflinger 2>errors.log | grep -A 20 Event_
+          taskwarden watch --log-format json | jq -c 'select(.event == "Event_ThreadAmount")')";
 
 constexpr char kListenFooter[] =
     R"(A record is "pid@@value@@event@@process name@@detail" and a NUL, on a connection of its own;
@@ -74,6 +88,24 @@ Exit status: 0 after N records or when ended by SIGINT or SIGTERM, 1 when anothe
 name or standard output fails, 2 on wrong usage.
 
 Example: taskwarden listen --json | jq 'select(.event == "Event_ThreadAmount")')";
+
+// Takes the words that `meanings` has, and nothing else.
+template <typename Meaning>
+CLI::Validator one_of(const std::map<std::string, Meaning>& meanings) {
+  const auto take = [meanings](std::string& word) {
+    const auto found = meanings.find(word);
+    if (found != meanings.end()) {
+      word = std::to_string(static_cast<int>(found->second));
+      return std::string();
+    }
+    std::string words;
+    for (const auto& [other, meaning] : meanings) {
+      words += (words.empty() ? "" : ", ") + other;
+    }
+    return word + " is none of: " + words;
+  };
+  return CLI::Validator(take, "");
+}
 
 // A standard descriptor that comes closed would be taken by the next thing opened, and be written
 // to in its place.
@@ -108,6 +140,22 @@ int run(int argc, char** argv) {
       ->option_text("DIR")
       ->check(host::bytes_up_to(kProcRootMax));
   watch_command->add_flag("--no-service", watch.no_service, "Leave the record socket to others");
+  const std::map<std::string, bool> formats = {{"text", false}, {"json", true}};
+  watch_command
+      ->add_option("--log-format", watch.log.json, "Write the log as text, unless told, or as JSON")
+      ->option_text("text|json")
+      ->transform(one_of(formats));
+  watch_command->add_flag("--timestamps", watch.log.timestamps,
+                          "Begin each block of the text with a line that tells\nthe time");
+  const std::map<std::string, host::Color> colors = {{"auto", host::Color::kAuto},
+                                                     {"always", host::Color::kAlways},
+                                                     {"never", host::Color::kNever}};
+  watch_command
+      ->add_option("--color", watch.log.color,
+                   "Colour the headlines of the text. Unless told, auto:\n"
+                   "on a terminal, if NO_COLOR is not set")
+      ->option_text("auto|always|never")
+      ->transform(one_of(colors));
 
   host::ListenOptions listen;
   CLI::App* const listen_command =
