@@ -160,7 +160,7 @@ End leak_in_turn(std::vector<Child>& children, std::chrono::seconds pace) {
     }
     next = std::max(next, settled);
   }
-  return wait_until(next);
+  return wait_until(Clock::now() + kSettle);
 }
 
 }  // namespace
