@@ -107,7 +107,7 @@ Examples: taskwarden listen --json | jq 'select(.event == "Event_ThreadAmount")'
 constexpr char kDemoFooter[] =
     R"(Starts a child for each KIND, lets them settle, and has them leak in turn, then once more: the
 first event of a kind only takes an inventory, the second tells what came since. It says on standard
-error what to expect. Have "taskwarden watch" run beside it. It takes 55 seconds in all, up to 200
+error what to expect. Have "taskwarden watch" run beside it. It takes 59 seconds in all, up to 200
 MiB of memory and some hundred descriptors, and gives all back however it ends.
 
   threads                 threads of the name demo-worker
