@@ -107,7 +107,7 @@ Examples: taskwarden listen --json | jq 'select(.event == "Event_ThreadAmount")'
 constexpr char kDemoFooter[] =
     R"(Starts a child for each KIND, lets them settle, and has them leak in turn, then once more: the
 first event of a kind only takes an inventory, the second tells what came since. It says on standard
-error what to expect. Have "taskwarden watch" run beside it. It takes 59 seconds in all, up to 200
+error what to expect. Start "taskwarden watch" first. It takes 59 seconds in all, up to 200
 MiB of memory and some hundred descriptors, and gives all back however it ends.
 
   threads                 threads of the name demo-worker
@@ -117,7 +117,8 @@ MiB of memory and some hundred descriptors, and gives all back however it ends.
                           a mount namespace of its own (ASHMEM), else in /dev/shm (DEVNODE)
   rename                  descriptors, after it has become another program, so that it starts afresh
 
-With thousands of processes a watch comes round less often: then set a larger --pace.
+With thousands of processes a watch comes round less often, and its first round takes longest: give
+it a head start then, or set a larger --pace.
 
 Exit status: 0 at the end or when ended by a signal, 1 on failure, 2 on wrong usage.
 

@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
-#include <list>
 
 #include "host/record_server.h"
 #include "platform/local_socket.h"
@@ -204,23 +203,21 @@ TEST(HostProgram, ListenReactsOnceInACooldown) {
 }
 
 TEST(HostProgram, WatchWritesObjectsOrMarksAndColours) {
-  pass_low_pids();
+  MadeTree tree({{.pid = 1000}});
+  tree.write("meminfo", "MemFree: 5 kB\nMemAvailable: 6 kB\n");
   const std::tuple<const char*, bool, const char*> rows[] = {
       {"--log-format json", false, "\"text\":\"Start the Task Warden\"}\n"},
-      {"--log-format json", false, "\"event\":\"Event_ProcRankNative\""},
+      {"--log-format json", false, "Memory\",\"mem_free_kb\":5,\"mem_available_kb\":6}\n"},
       {"--timestamps", false, "---\nat 20"},
-      {"--color always", false, "\033[1m-> Update process'RSS rank of \"Non-runtime\":\033[0m\n"},
-      {"", true, "\033[1m-> Update"},
-      {"--color never", true, "\n-> Update"},
-      {"", false, "\n-> Update"},
+      {"--color always", false, "\033[1;33mAuditEvent_LowOnMemory\033[0m\n"},
+      {"", true, "\033[1;33mAuditEvent_"},
+      {"--color never", true, "-\r\nAuditEvent_"},
+      {"", false, "-\nAuditEvent_"},
   };
-  std::list<Program> programs;  // all at once, since a ranking takes seconds
   for (const auto& [options, terminal, text] : rows) {
-    programs.emplace_back(std::string("watch --no-service ") + options, terminal);
-  }
-  auto program = programs.begin();
-  for (const auto& [options, terminal, text] : rows) {
-    EXPECT_TRUE((program++)->until(text).ends_with(text)) << options;
+    Program program("watch --no-service --proc-root " + tree.root().string() + " " + options,
+                    terminal);
+    EXPECT_TRUE(program.until(text).ends_with(text)) << options;
   }
 }
 
