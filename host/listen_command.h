@@ -4,7 +4,9 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
+#include "host/reaction.h"
 #include "host/record_server.h"
 
 namespace host {
@@ -14,6 +16,8 @@ struct ListenOptions {
   bool json = false;
   uint32_t count = 0;  // records to end after; 0 for no end
   Senders senders = Senders::trusted();
+  std::vector<std::string> events{};  // those to take; empty for all
+  Reaction::Options reaction{};       // without a command, there is none
 };
 
 // Runs the command on the calling thread, main()'s, with the signals blocked as of block_signals().

@@ -2,8 +2,12 @@
 #ifndef HOST_OPTION_CHECKS_H_
 #define HOST_OPTION_CHECKS_H_
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <cstddef>
+#include <cstdlib>
+#include <sstream>
 #include <string>
 
 namespace host {
@@ -23,6 +27,21 @@ inline CLI::Validator decimal() {
     const bool digits = !text.empty() && text.find_first_not_of("0123456789") == text.npos;
     const bool plain = digits && (text[0] != '0' || text.size() == 1);
     return plain ? "" : "not a decimal number: " + text;
+  };
+  return CLI::Validator(check, "");
+}
+
+// A program that may be run: found in PATH unless its name has a slash.
+inline CLI::Validator runnable() {
+  const auto check = [](const std::string& name) {
+    const char* const path = std::getenv("PATH");
+    const bool is_path = name.find('/') != name.npos;
+    bool found = is_path && ::access(name.c_str(), X_OK) == 0;
+    std::istringstream folders(is_path || path == nullptr ? "" : path);
+    for (std::string folder; !found && std::getline(folders, folder, ':');) {
+      found = ::access((folder + "/" + name).c_str(), X_OK) == 0;
+    }
+    return found ? "" : "no program \"" + name + "\" is found that may be run; give its full path";
   };
   return CLI::Validator(check, "");
 }

@@ -15,6 +15,7 @@ namespace {
 constexpr std::chrono::milliseconds kFinishPatience{500};
 
 std::atomic<bool> failure_said{false};
+OutputChannel::FormatFn message_format = OutputChannel::with_program_name;
 
 void tell_failure(int fd, int error) {
   if (fd == STDOUT_FILENO && !failure_said.exchange(true)) {
@@ -29,9 +30,13 @@ bool are_one_file(int a, int b) {
          of_a.st_ino == of_b.st_ino;
 }
 
+std::string formatted(const std::string& message) {
+  return message_format(message);
+}
+
 struct Channels {
-  OutputChannel out{tell_failure};
-  OutputChannel err_alone{tell_failure};
+  OutputChannel out{tell_failure, {}, formatted};
+  OutputChannel err_alone{tell_failure, {}, formatted};
   OutputChannel& err = are_one_file(STDOUT_FILENO, STDERR_FILENO) ? out : err_alone;
 
   bool put(OutputText text) { return (text.fd == STDOUT_FILENO ? out : err).put(std::move(text)); }
@@ -75,7 +80,11 @@ bool write_line(Stream stream, const std::string& line) {
 }
 
 void say(const std::string& message) {
-  write_line(Stream::kErr, "taskwarden: " + message);
+  write_line(Stream::kErr, formatted(message));
+}
+
+void set_message_format(OutputChannel::FormatFn format) {
+  message_format = std::move(format);
 }
 
 }  // namespace host

@@ -37,6 +37,10 @@ bool write_line(Stream stream, const std::string& line);
 // Says "taskwarden: " and `message` on a line of standard error.
 void say(const std::string& message);
 
+// Has these lines, and those on dropped texts, made by `format` instead. Before other threads
+// write.
+void set_message_format(OutputChannel::FormatFn format);
+
 }  // namespace host
 
 #endif  // HOST_OUTPUT_H_

@@ -114,8 +114,9 @@ void OutputChannel::write_queued() {
     OutputText text;
     if (dropped_lines_ != 0) {
       text = {dropped_fd_,
-              "taskwarden: " + std::to_string(std::exchange(dropped_lines_, 0)) +
-                  " lines of the log were dropped while the output was stalled\n",
+              format_(std::to_string(std::exchange(dropped_lines_, 0)) +
+                      " lines of the log were dropped while the output was stalled") +
+                  "\n",
               Place::kBegins, true};
     } else {
       text = std::move(queue_.front());

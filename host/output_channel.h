@@ -32,6 +32,9 @@ class OutputChannel {
   // Told, on the thread that wrote, that not all of a text could be written to `fd`. It may put.
   using FailureFn = std::function<void(int fd, int error)>;
 
+  // How a line of the program's own is written: by itself "taskwarden: " and the message.
+  using FormatFn = std::function<std::string(const std::string& message)>;
+
   struct Limits {
     size_t bytes = 1 << 20;  // wait at most, the texts' own cost included
     // How long texts wait for room before any is dropped, in all since the file last caught up: a
@@ -40,8 +43,15 @@ class OutputChannel {
   };
 
   explicit OutputChannel(FailureFn on_failure) : OutputChannel(std::move(on_failure), Limits()) {}
-  OutputChannel(FailureFn on_failure, Limits limits)
-      : limits_(limits), on_failure_(std::move(on_failure)), patience_(limits.patience) {}
+  OutputChannel(FailureFn on_failure, Limits limits, FormatFn format = with_program_name)
+      : limits_(limits),
+        on_failure_(std::move(on_failure)),
+        format_(std::move(format)),
+        patience_(limits.patience) {}
+
+  static std::string with_program_name(const std::string& message) {
+    return "taskwarden: " + message;
+  }
 
   // False when `text` could not be written whole; a queued one counts as written. Any thread.
   bool put(OutputText text);
@@ -63,6 +73,7 @@ class OutputChannel {
 
   const Limits limits_;
   const FailureFn on_failure_;
+  const FormatFn format_;
   std::mutex mutex_;
   std::condition_variable changed_;
   bool queueing_ = false;

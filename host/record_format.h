@@ -1,11 +1,12 @@
-// A record as JSON that is always whole, whatever bytes other programs chose for its names. Any
-// thread.
+// Records, and what is seen of their processes, in forms that are always whole, whatever bytes
+// other programs chose for names. Any thread.
 #ifndef HOST_RECORD_FORMAT_H_
 #define HOST_RECORD_FORMAT_H_
 
 #include <chrono>
 #include <string>
 
+#include "host/process_view.h"
 #include "host/record.h"
 
 namespace host {
@@ -14,6 +15,13 @@ namespace host {
 // is written in UTC with milliseconds.
 std::string record_json(const Record& record, const Sender& sender,
                         std::chrono::system_clock::time_point arrival);
+
+// The same with what is seen of the process: "cgroup" and "command_line", an array, or null.
+std::string record_json(const Record& record, const Sender& sender, const ProcessView& view,
+                        std::chrono::system_clock::time_point arrival);
+
+// What is seen of the process as lines that begin with a tab, escaped; empty if nothing is.
+std::string view_text(const ProcessView& view);
 
 }  // namespace host
 

@@ -3,9 +3,7 @@
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <cstdint>
 #include <string_view>
 #include <thread>
@@ -15,43 +13,15 @@
 #include "host/output.h"
 #include "host/record_server.h"
 #include "host/until_signal.h"
+#include "host/watch_log.h"
 #include "taskwarden/taskwarden.h"
 
 namespace host {
 namespace {
 
-// Records that did not reach the service, as the library logs them.
-std::atomic<uint64_t> undelivered{0};
-
-// By how the text begins: no name is quoted in those that begin so.
-bool tells_of_undelivered(const char* tag, std::string_view text) {
-  return tag == nullptr && (text.starts_with("Fail to connect to socket") ||
-                            text.starts_with("trigger vk service written:"));
-}
-
-void print(Stream stream, std::string_view text, Place place) {
-  const bool terminal = ::isatty(static_cast<int>(stream)) == 1;
-  write_text(stream, terminal ? log_text_for_terminal(text) : log_text_for_pipe(text), place);
-}
-
-// The library asks that nothing be thrown here: out of memory for a log line ends the program.
-void take(void* /*context*/, int output, const char* tag, const char* text,
-          size_t length) noexcept {
-  const std::string_view view(text, length);
-  if (output == TASKWARDEN_OUTPUT_REPORT) {
-    // An empty line is the first of each event's.
-    print(Stream::kOut, view, view == "\n" ? Place::kBegins : Place::kContinues);
-    return;
-  }
-  undelivered += tells_of_undelivered(tag, view) ? 1 : 0;
-  std::string line = std::string("E/") + (tag != nullptr ? tag : "") + ": " + std::string(view);
-  line += view.ends_with('\n') ? "" : "\n";
-  print(Stream::kErr, line, Place::kBegins);
-}
-
 // What got lost so far, if anything did. `server` is null if there is none.
 void say_losses(const RecordServer* server) {
-  if (const uint64_t records = undelivered; records != 0) {
+  if (const uint64_t records = undelivered_records(); records != 0) {
     say("records that could not be delivered: " + std::to_string(records));
   }
   if (const std::string refusals = server != nullptr ? server->refusals() : ""; !refusals.empty()) {
@@ -69,12 +39,8 @@ const RecordServer* answer_records() {
     say("not answering \"" + std::string(kRecordSocket) + "\": " + reason);
     return nullptr;
   }
-  static auto* const server = new RecordServer(
-      std::move(listener), Senders::trusted(), {},
-      [](const Record&, std::string_view text, const Sender&) {
-        return write_line(Stream::kOut, "record: " + escape_text(text));
-      },
-      say);
+  static auto* const server =
+      new RecordServer(std::move(listener), Senders::trusted(), {}, log_record, say);
   std::thread([] { server->run(); }).detach();
   return server;
 }
@@ -119,10 +85,11 @@ int run_watch(const WatchOptions& options) {
     return 2;
   }
   queue_output();
-  taskwarden_set_output(take, nullptr);
+  start_log(options.log);
   const RecordServer* const server = options.no_service ? nullptr : answer_records();
   obey_signals(server);
   const int status = run_until_signal([root = options.proc_root] { return run_cycle(root); });
+  finish_log();
   say_losses(server);
   return status;
 }

@@ -4,12 +4,15 @@
 
 #include <string>
 
+#include "host/watch_log.h"
+
 namespace host {
 
 struct WatchOptions {
   std::string interest{};   // empty: what the environment says; at most 91 bytes
   std::string proc_root{};  // empty: /proc
   bool no_service = false;  // leave the record socket alone
+  LogStyle log{};
 };
 
 // Runs the command on the calling thread, main()'s, with the signals blocked as of block_signals().

@@ -8,6 +8,8 @@
 
 #include <chrono>
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 
 #include "host/record_server.h"
 #include "support/child.h"
@@ -102,6 +104,11 @@ TEST(HostProgram, SaysWhyItEnds) {
       {"watch --interest " + std::string(92, 'i'), 2, "91 bytes"},
       {"listen " + kSocket, 1, "another process already has this name"},
       {"listen --count 0 other", 2, "--count"},
+      {"listen --where Event_VssHeap,Event_VssAshmem", 2, "Event_ThreadAmount, "},
+      {"listen --cooldown 3 other", 2, "--exec"},
+      {"listen --exec /nonesuch", 2, "give its full path"},
+      {"watch --color red", 2, "always, auto, never"},
+      {"demo --only nothing", 2, "threads"},
       {"listen --allow-uid 0 --allow-uid 010 other", 2, "--allow-uid"},
       {"", 2, "subcommand"},
   };
@@ -170,6 +177,70 @@ TEST(HostProgram, WatchQuotesNamesSafely) {
   const std::string piped = program.until("y\n"), shown = on_terminal.until("y\r\n");
   EXPECT_NE(piped.find("x\x1b\\x0Arecord: y\n"), std::string::npos);
   EXPECT_NE(shown.find("x\\x1B\\x0Arecord: y\r\n"), std::string::npos);
+}
+
+// The command gets the record in its environment, and no shell sees it.
+TEST(HostProgram, ListenReactsOnceInACooldown) {
+  Program program("listen --where Event_ThreadAmount --count 3 --cooldown 100 " + kSocket +
+                  " --exec sh -c 'echo \"ran for $TASKWARDEN_NAME $TASKWARDEN_VALUE\"; exit 3'");
+  const std::string self = std::to_string(getpid()) + "@@8@@", named = "@@$(id);#7@@";
+  for (const char* event : {"Event_VssHeap", "Event_ThreadAmount", "Event_ThreadAmount"}) {
+    send_record(kSocket, self + event + named);
+  }
+  send_record(kSocket, "-1@@9@@Event_ThreadAmount@@other@@");
+  const std::string said = program.until("\xff");
+  const std::pair<const char*, size_t> rows[] = {
+      {"ran for $(id);#7 8\n", 1}, {"ran for other 9\n", 1}, {"ran for", 2},
+      {"Event_VssHeap", 0},        {"\tcommand line: ", 2},  {"ended with status 3", 2},
+      {"Event_ThreadAmount", 3},
+  };
+  for (const auto& [text, count] : rows) {
+    size_t found = 0;
+    for (size_t at = 0; (at = said.find(text, at)) != said.npos; ++at) ++found;
+    EXPECT_EQ(found, count) << text << " in " << said;
+  }
+  EXPECT_EQ(program.end(), 0);
+}
+
+TEST(HostProgram, WatchWritesObjectsOrMarksAndColours) {
+  MadeTree tree({{.pid = 1000}});
+  tree.write("meminfo", "MemFree: 5 kB\nMemAvailable: 6 kB\n");
+  const std::tuple<const char*, bool, const char*> rows[] = {
+      {"--log-format json", false, "\"text\":\"Start the Task Warden\"}\n"},
+      {"--log-format json", false, "Memory\",\"mem_free_kb\":5,\"mem_available_kb\":6}\n"},
+      {"--timestamps", false, "---\nat 20"},
+      {"--color always", false, "\033[1;33mAuditEvent_LowOnMemory\033[0m\n"},
+      {"", true, "\033[1;33mAuditEvent_"},
+      {"--color never", true, "-\r\nAuditEvent_"},
+      {"", false, "-\nAuditEvent_"},
+  };
+  for (const auto& [options, terminal, text] : rows) {
+    Program program("watch --no-service --proc-root " + tree.root().string() + " " + options,
+                    terminal);
+    EXPECT_TRUE(program.until(text).ends_with(text)) << options;
+  }
+}
+
+// Its children too, however it ends.
+TEST(OwnProcess, DemoEndsWithItsChildren) {
+  for (const int number : {SIGTERM, SIGKILL}) {
+    Program program("demo --only rename --only threads");
+    program.until("by then\n");
+    const std::string list = "/proc/" + std::to_string(program.pid()) + "/task/" +
+                             std::to_string(program.pid()) + "/children";
+    std::ifstream children(list);
+    std::vector<pid_t> pids{std::istream_iterator<pid_t>(children), {}};
+    EXPECT_EQ(pids.size(), 2u);
+    kill(program.pid(), number);
+    const int status = program.end();
+    EXPECT_EQ(number == SIGKILL ? WTERMSIG(status) : WEXITSTATUS(status),
+              number == SIGKILL ? SIGKILL : 0);
+    // The end of the last of them ends the output; what is left are zombies at most.
+    for (const pid_t pid : pids) {
+      std::ifstream cmdline("/proc/" + std::to_string(pid) + "/cmdline");
+      EXPECT_EQ(cmdline.peek(), EOF);
+    }
+  }
 }
 
 }  // namespace
