@@ -44,7 +44,8 @@ constexpr Kind kKinds[] = {
     {"pipes", "opens 15 pipes: Event_OpenFileAmount",
      "opens 30 more: Event_OpenFileAmount with what was opened, and a record"},
     {"files", "opens 30 files: Event_OpenFileAmount",
-     "opens 60 more: Event_OpenFileAmount with what was opened, and a record"},
+     "opens 270 more: Event_OpenFileAmount with what was opened, a record, and "
+     "Event_OpenFileFDSize"},
     {"memory", "fills 24 MiB: Event_ResidentSize",
      "fills 24 MiB more: Event_ResidentSize with what grew, and a record"},
     {"shared",
