@@ -187,8 +187,8 @@ int run_demo(const DemoOptions& options) {
   }
   // A stalled output must not keep the signals waiting.
   queue_output();
-  say("demo: " + std::to_string(children.size()) + " children will leak in turn, twice each, in " +
-      std::to_string(kSettle.count()) +
+  say("demo: children started: " + std::to_string(children.size()) +
+      "; they leak in turn, twice each, in " + std::to_string(kSettle.count()) +
       " seconds; have \"taskwarden watch\" run in "
       "another terminal by then");
   const End end = leak_in_turn(children, std::chrono::seconds(options.pace));
