@@ -44,7 +44,8 @@ constexpr Kind kKinds[] = {
     {"pipes", "opens 15 pipes: Event_OpenFileAmount",
      "opens 30 more: Event_OpenFileAmount with what was opened, and a record"},
     {"files", "opens 30 files: Event_OpenFileAmount",
-     "opens 60 more: Event_OpenFileAmount with what was opened, and a record"},
+     "opens 270 more: Event_OpenFileAmount with what was opened, a record, and "
+     "Event_OpenFileFDSize"},
     {"memory", "fills 24 MiB: Event_ResidentSize",
      "fills 24 MiB more: Event_ResidentSize with what grew, and a record"},
     {"shared",
@@ -186,8 +187,8 @@ int run_demo(const DemoOptions& options) {
   }
   // A stalled output must not keep the signals waiting.
   queue_output();
-  say("demo: " + std::to_string(children.size()) + " children will leak in turn, twice each, in " +
-      std::to_string(kSettle.count()) +
+  say("demo: children started: " + std::to_string(children.size()) +
+      "; they leak in turn, twice each, in " + std::to_string(kSettle.count()) +
       " seconds; have \"taskwarden watch\" run in "
       "another terminal by then");
   const End end = leak_in_turn(children, std::chrono::seconds(options.pace));

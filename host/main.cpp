@@ -111,7 +111,7 @@ error what to expect. Start "taskwarden watch" first. It takes 59 seconds in all
 MiB of memory and some hundred descriptors, and gives all back however it ends.
 
   threads                 threads of the name demo-worker
-  sockets, pipes, files   descriptors; the latter two also grow the descriptor table
+  sockets, pipes, files   descriptors, of the last so many that the descriptor table grows as well
   memory                  memory without a name (division UNNAMED)
   shared                  shared memory: for root under a name like a device's, /dev/ashmem-demo, in
                           a mount namespace of its own (ASHMEM), else in /dev/shm (DEVNODE)
