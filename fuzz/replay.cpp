@@ -12,6 +12,7 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 int main(int argc, char** argv) {
   LLVMFuzzerInitialize(&argc, &argv);
+  require(!std::filesystem::is_empty(argv[1]));
   for (const auto& input : std::filesystem::directory_iterator(argv[1])) {
     std::ifstream file(input.path(), std::ios::binary);
     const std::string text{std::istreambuf_iterator<char>(file), {}};

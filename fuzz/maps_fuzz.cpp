@@ -1,11 +1,9 @@
-// A maps and an smaps file: each line against the scan format, and both readings against a plain
-// one of the same lines.
+// A maps file: each line against the scan format, and the reading against a plain one of the same
+// lines.
 #include <cstdio>
-#include <cstdlib>
 #include <tuple>
 
 #include "inspect/maps.h"
-#include "inspect/smaps.h"
 #include "inspect/vma_desc.h"
 #include "target.h"
 
@@ -26,44 +24,19 @@ static bool vma_line_agrees(std::string_view line, int count, const vma_desc_t& 
 }
 
 void fuzz(std::string_view text) {
-  vma_division_t maps[VMA_DIVISION_COUNT] = {}, smaps[VMA_DIVISION_COUNT] = {};
+  vma_division_t divisions[VMA_DIVISION_COUNT] = {};
   int32_t areas = 0;
-  uint64_t resident = 0;
-  bool whole = true, in_area = false, ended = false;
-  vma_desc_t area;
+  bool whole = true;
   each_line(text, [&](std::string_view line) {
     vma_desc_t vma;
     const int count = parse_vma(line, &vma);
     require(vma_line_agrees(line, count, vma));
     whole = whole && is_vma_header(count);
     areas = whole ? areas + 1 : 0;
-    match_vma_division(maps, vma)->vss_kb += vma.size_kb;
-
-    const std::string_view key = line.substr(0, line.find(':') + 1);
-    if (ended) return;
-    if (!in_area) {
-      area = vma;
-      in_area = is_vma_header(count);
-      ended = !in_area;
-    } else if (key == "Size:" || key == "Pss:" || key == "Rss:" || key == "VmFlags:") {
-      const auto value = plain_value(line);
-      const int64_t kb = value ? atoi(value->c_str()) : 0;
-      ended = !value || (key == "Size:" && kb != static_cast<int64_t>(area.size_kb));
-      if (ended) return;
-      vma_division_t& division = *match_vma_division(smaps, area);
-      if (key == "Pss:") area.pss_kb = kb;
-      if (key == "Rss:") area.rss_kb = kb, resident += static_cast<uint64_t>(kb);
-      if (key != "VmFlags:") return;
-      division.vss_kb += area.size_kb;
-      division.rss_kb += static_cast<uint64_t>(area.rss_kb);
-      division.pss_kb += static_cast<uint64_t>(area.pss_kb);
-      ++division.vma_count;
-      in_area = false;
-    }
+    match_vma_division(divisions, vma)->vss_kb += vma.size_kb;
   });
-
   tw_process_desc want = {"", 0, 0, 0, 0, 0, 0, 1, 2, 3, 4, 5, 0}, got = want;
-  const auto size = [&](int division) { return maps[division].vss_kb; };
+  const auto size = [&](int division) { return divisions[division].vss_kb; };
   if (whole) {
     want.vss_dalvik_kb = size(VMA_DIVISION_DALVIK);
     want.vss_heap_kb = size(VMA_DIVISION_SCUDO_PRIMARY) + size(VMA_DIVISION_SCUDO_SECONDARY) +
@@ -72,9 +45,6 @@ void fuzz(std::string_view text) {
     want.vss_kgsl_kb = size(VMA_DIVISION_KGSL);
     want.vss_dmabuf_kb = size(VMA_DIVISION_DMABUF);
   }
-  LineReader lines(text), lines_again(text);
+  LineReader lines(text);
   require(tw_maps_parse(7, lines, &got) == areas && memcmp(&got, &want, sizeof(got)) == 0);
-  vma_division_t divisions[VMA_DIVISION_COUNT] = {};
-  require(tw_smaps_parse(7, lines_again, divisions) == resident);
-  require(std::equal(divisions, std::end(divisions), smaps));
 }
