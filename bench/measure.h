@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 // Ends the program: figures of work that finds something else are worth nothing.
@@ -20,13 +21,16 @@ inline void require(bool ok, const std::string& what) {
 }
 
 // Runs `work`, which returns whether it did what it should, on `items` things at a time. The time
-// of one thing is the CPU time divided by the counter "items". `prepare` runs untimed before each.
+// of one thing is the CPU time divided by the counter "items". `prepare`, unless null, runs untimed
+// before each.
 template <typename Prepare, typename Work>
 void measure(benchmark::State& state, size_t items, Prepare prepare, Work work) {
   for ([[maybe_unused]] auto iteration : state) {
-    state.PauseTiming();
-    prepare();
-    state.ResumeTiming();
+    if constexpr (!std::is_null_pointer_v<Prepare>) {
+      state.PauseTiming();
+      prepare();
+      state.ResumeTiming();
+    }
     const bool ok = work();
     benchmark::ClobberMemory();
     if (!ok) {
@@ -39,15 +43,7 @@ void measure(benchmark::State& state, size_t items, Prepare prepare, Work work) 
 
 template <typename Work>
 void measure(benchmark::State& state, size_t items, Work work) {
-  for ([[maybe_unused]] auto iteration : state) {
-    const bool ok = work();
-    benchmark::ClobberMemory();
-    if (!ok) {
-      state.SkipWithError("wrong result");
-      break;
-    }
-  }
-  state.counters["items"] = static_cast<double>(items);
+  measure(state, items, nullptr, work);
 }
 
 // Runs what was registered and chosen on the command line. Returns the exit status.
