@@ -1,0 +1,74 @@
+// One resource of one process: its floors, and what was told of it. It decides when the state
+// changes; who the process is, is not its business.
+#ifndef JUDGE_HISTORY_H_
+#define JUDGE_HISTORY_H_
+
+#include <cmath>
+#include <cstdint>
+#include <utility>
+
+#include "judge/floors.h"
+#include "judge/rules.h"
+#include "judge/sample.h"
+
+namespace judge {
+
+// A sample that begins a new minute. Minutes are counted from the first sample of the process.
+struct Moment {
+  uint32_t before;  // the minute of the last sample
+  uint32_t minute;  // ... and of this one
+  double now;       // level
+  double limit;     // infinity if unknown
+};
+
+// A change of state and why. For an end only `state` and `evidence` are set.
+struct Change {
+  State state = State::kNone;
+  double rate_per_hour = 0;
+  double seconds_to_limit = HUGE_VAL;
+  Evidence evidence{};
+};
+
+class History {
+ public:
+  // Takes a level, after look() if that is due.
+  void take(uint32_t level) { floors_.take(level); }
+  // Closes the windows that end, whether or not the level is known.
+  void advance(uint32_t before, uint32_t minute) { floors_.advance(before, minute); }
+  // Judges what has closed; true if the state changes.
+  bool look(const Moment& moment, Resource resource, Change* change);
+  // The process has ended; true if there was something to end.
+  bool end() { return std::exchange(state_, State::kNone) != State::kNone; }
+
+  // Of the growth that was told last.
+  double from() const { return from_; }
+  uint32_t since() const { return since_; }  // minute
+  // The lowest level of the minute that was last known; 0 if none is.
+  double last(uint32_t minute) const;
+
+ private:
+  bool closed(Scale scale, const Moment& moment) const;
+  State worst(const Moment& moment, Resource resource, Growth* growth);
+  double seconds_left(const Moment& moment, double rate_per_hour) const;
+  void enter(State state, const Growth& growth, uint32_t minute);
+  bool is_over(const Moment& moment, Evidence* evidence);
+
+  Floors floors_{};
+  float from_ = 0;           // level when the growth that was told began
+  float rate_ = 0;           // an hour, of that growth when it was last confirmed
+  uint32_t since_ = 0;       // when it began
+  uint32_t peak_at_ = 0;     // when the highest floor since then was reached
+  uint32_t alerted_at_ = 0;  // when it was last confirmed or urgent
+  Code newest_ = 0;          // the last known floor of a minute
+  Code peak_ = 0;            // the highest floor since the growth was told
+  Code ceiling_ = 0;         // the highest of what was told before and ended
+  uint16_t span_ = 0;        // minutes that the evidence covered
+  State state_ = State::kNone;
+  uint8_t agreed_ = 0;    // looks by the hour that found a leak, less those that did not
+  bool alerted_ = false;  // ever
+};
+static_assert(sizeof(History) <= 256);
+
+}  // namespace judge
+
+#endif  // JUDGE_HISTORY_H_

@@ -1,0 +1,359 @@
+// The judge: lives of processes in, verdicts out; and `taskwarden judge`, which reads them.
+#include "judge/judge.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cmath>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "host/judge/sample_reader.h"
+
+namespace {
+
+using judge::Resource;
+using judge::State;
+using Kind = judge::Evidence::Kind;
+constexpr double kHour = 3600, kDay = 24 * kHour;
+
+struct Told : judge::Verdict {
+  std::string called;
+};
+
+struct Court {
+  std::vector<Told> told{};
+  judge::Judge judge{[this](const judge::Verdict& v) { told.push_back({v, std::string(v.name)}); }};
+  judge::Sample sample{.pid = 7, .start = 1, .name = "x"};
+
+  // Samples `level` at these times, in place of whichever number `resource` is.
+  template <typename Level>
+  void watch(Resource resource, double from, double to, double interval, Level level) {
+    int64_t* const numbers[] = {&sample.resident_kb, &sample.threads, &sample.open_files};
+    for (sample.time = from; sample.time < to; sample.time += interval) {
+      *numbers[static_cast<size_t>(resource)] = static_cast<int64_t>(level(sample.time));
+      judge.take(sample);
+    }
+  }
+  // When it first was in this state or a worse one; infinity if never.
+  double when(State state) const {
+    for (const auto& v : told) {
+      if (v.state >= state && v.state != State::kEnded) return v.time;
+    }
+    return HUGE_VAL;
+  }
+};
+
+double wave(double t) {
+  return (1 - std::cos(2 * M_PI * t / kDay)) / 2;
+}
+
+TEST(Judge, FindsLeaksInTime) {
+  const struct {
+    const char* name;
+    Resource resource;
+    double (*level)(double);
+    double suspected, confirmed;  // hours
+  } rows[] = {
+      {"a file every 10 s, 5 open", Resource::kOpenFiles, [](double t) { return 5 + t / 10; }, .25,
+       20},
+      {"a file every 10 s, 65 open", Resource::kOpenFiles, [](double t) { return 65 + t / 10; },
+       .25, 20},
+      {"a thread every 10 s", Resource::kThreads, [](double t) { return 2 + t / 10; }, .25, 20},
+      {"200 kB/s", Resource::kMemory, [](double t) { return 9000 + 200 * t; }, .25, 20},
+      {"1 MB a minute in 1.3 MB", Resource::kMemory, [](double t) { return 1300 + t * 17; }, .25,
+       20},
+      {"1 MB a minute in 200 MB", Resource::kMemory, [](double t) { return 2e5 + t * 17; }, .42,
+       20},
+      {"0.5 % an hour", Resource::kMemory, [](double t) { return 1e5 * (1 + t / kHour / 200); }, 20,
+       24},
+      {"a file in 30 minutes", Resource::kOpenFiles, [](double t) { return 60 + t / 1800; }, 20,
+       24},
+      {"a thread in 90 minutes", Resource::kThreads, [](double t) { return 8 + t / 5400; }, 20, 24},
+      {"steps of 2 hours", Resource::kMemory,
+       [](double t) { return 1e5 + 4e3 * std::floor(t / 7200); }, 22, 24},
+      {"late", Resource::kMemory, [](double t) { return 1e5 + std::max(0., t - 30 * kHour) / 3; },
+       44, 46},
+      {"under daily load", Resource::kMemory,
+       [](double t) { return 1e5 * (1 + wave(t) / 2 + t / kDay / 5); }, 72, 72},
+      {"by load", Resource::kMemory,
+       [](double t) { return 1e5 + t / 9 - 1e3 * std::sin(2 * M_PI * t / kDay); }, 72, 72},
+      {"below a sawtooth", Resource::kMemory,
+       [](double t) { return 1e5 + std::fmod(t, 6000) * 8 + t / 4; }, 72, 72},
+  };
+  for (const auto& row : rows) {
+    for (const double interval : {2.0, 30.0, 600.0}) {
+      Court court;
+      court.watch(row.resource, 0.5, 80 * kHour, interval, row.level);
+      const double coarse = interval > 60 ? 3 * kHour : 0;
+      EXPECT_LE(court.when(State::kSuspected), row.suspected * kHour + coarse)
+          << row.name << interval;
+      EXPECT_LE(court.when(State::kConfirmed), row.confirmed * kHour) << row.name << interval;
+      for (const auto& v : court.told) EXPECT_EQ(v.resource, row.resource);
+    }
+  }
+}
+
+TEST(Judge, LeavesTheHealthyAlone) {
+  const struct {
+    const char* name;
+    double (*level)(double);
+  } rows[] = {
+      {"daily load", [](double t) { return 1e5 * (1 + wave(t - 7000)); }},
+      {"daily load, kept", [](double t) { return 1e5 * (1 + wave(std::min(t, kDay / 2))); }},
+      {"days of different height",
+       [](double t) { return 1e5 * (1 + wave(t) * (1 + t / kDay / 5)); }},
+      {"warm-up", [](double t) { return 1e5 * (5 - 4 * std::exp(-t / 2e4)); }},
+      {"logarithm", [](double t) { return 1e5 * (1 + std::log1p(t / 600) / 3); }},
+      {"logarithm, slower", [](double t) { return 1e5 * (1 + std::log1p(t / 6000)); }},
+      {"cache", [](double t) { return 1e5 * (1 + std::min(t, 10 * kHour) / 3e3); }},
+      {"steps", [](double t) { return 1e5 * (1 + std::floor(t / 1e5) / 3); }},
+      {"four steps",
+       [](double t) { return 1e5 * (1 + std::floor(std::min(t, 41 * kHour) / (10 * kHour)) / 5); }},
+      {"sawtooth", [](double t) { return 1e5 + std::fmod(t, 11000) * 30; }},
+      {"bursts", [](double t) { return std::fmod(t, 5e4) < 4000 ? 9e5 : 1e5; }},
+      {"nightly job", [](double t) { return std::fmod(t, kDay) > 8e4 ? 9e5 : 1e5; }},
+  };
+  for (const auto& row : rows) {
+    for (const double interval : {10.0, 600.0}) {
+      Court court;
+      court.sample.memory_limit_kb = 5'000'000;
+      court.watch(Resource::kMemory, 1, 96 * kHour, interval, row.level);
+      EXPECT_EQ(court.when(State::kConfirmed), HUGE_VAL) << row.name << interval;
+    }
+  }
+}
+
+TEST(Judge, UrgentHalfAnHourBeforeTheLimit) {
+  for (const double hours : {2.0, 3.0, 5.0, 11.0, 30.0, 70.0}) {
+    for (const double interval : {1.0, 60.0, 300.0, 600.0}) {
+      for (const bool available : {false, true}) {
+        Court court;
+        const double rate = 1e6 / (hours * kHour);
+        court.watch(Resource::kMemory, 0, hours * kHour, interval, [&](double t) {
+          court.sample.memory_limit_kb = available ? judge::kUnknown : 1'200'000;
+          court.sample.memory_available_kb =
+              available ? static_cast<int64_t>(1e6 - t * rate) : judge::kUnknown;
+          return 2e5 + t * rate;
+        });
+        const double left = hours * kHour - court.when(State::kUrgent);
+        EXPECT_GE(left, 1800) << hours << " h, every " << interval;
+        EXPECT_LE(left, 3700 + interval) << hours << " h, every " << interval;
+      }
+    }
+  }
+}
+
+TEST(Judge, VerdictsSayHowMuchSinceWhenAndWhy) {
+  Court court;
+  court.sample.open_files_limit = 5000;
+  court.watch(Resource::kOpenFiles, 1000, 1000 + 60 * kHour, 60,
+              [](double t) { return t < 20000 ? 100 : 100 + (t - 20000) / 60; });
+  ASSERT_EQ(court.told.size(), 2u);
+  const auto& v = court.told[1];
+  EXPECT_EQ(std::tuple(v.state, v.pid, v.start, v.called),
+            std::tuple(State::kConfirmed, 7, 1, "x"));
+  EXPECT_NEAR(v.since, 20000, 1800);
+  EXPECT_NEAR(v.from, 100, 5);
+  EXPECT_NEAR(v.now, 100 + (v.time - 20000) / 60, 1);
+  EXPECT_NEAR(*v.rate_per_hour, 60, 1);
+  EXPECT_EQ(v.limit, 5000);
+  EXPECT_NEAR(*v.seconds_to_limit, (5000 - v.now) * 60, 6000);
+  EXPECT_EQ(judge::evidence_clause(v.evidence), "its floor rose all through 15 hours");
+}
+
+TEST(Judge, EndsWhatIsOver) {
+  const struct {
+    const char* name;
+    double (*level)(double);
+    Kind kind;
+    double after, before;  // hours
+  } rows[] = {
+      {"fell back", [](double t) { return t < 30 * kHour ? 1e5 + t : 1e5; }, Kind::kFellBack, 35,
+       38},
+      {"stopped", [](double t) { return 1e5 + std::min(t, 30 * kHour); }, Kind::kStopped, 54, 60},
+  };
+  for (const auto& row : rows) {
+    Court court;
+    court.watch(Resource::kMemory, 0, 90 * kHour, 60, row.level);
+    ASSERT_EQ(court.told.size(), 3u) << row.name;
+    const auto& v = court.told[2];
+    EXPECT_EQ(std::pair(v.state, v.evidence.kind), std::pair(State::kEnded, row.kind)) << row.name;
+    EXPECT_GE(v.time, row.after * kHour) << row.name;
+    EXPECT_LE(v.time, row.before * kHour) << row.name;
+  }
+}
+
+// What happens to a process after 20 minutes of leaking, when it has been suspected.
+TEST(Judge, KnowsWhoIsWho) {
+  const auto leak = [](double t) { return 1e5 + 20 * t; };
+  const struct {
+    const char* name;
+    void (*change)(Court&);
+    int told;  // within 9 minutes
+    int ended;
+  } rows[] = {
+      {"goes on", [](Court&) {}, 1, 0},
+      {"new title", [](Court& c) { c.sample.name = "y"; }, 1, 0},
+      {"start unknown for once", [](Court& c) { c.sample.start = judge::kUnknown; }, 1, 0},
+      {"pid used again", [](Court& c) { c.sample.start = 2; }, 2, 1},
+      {"exec", [](Court& c) { c.sample.name = "y", c.sample.swap_kb = 90000; }, 2, 1},
+      {"ends", [](Court& c) { c.judge.end(7, 1201); }, 2, 1},
+      {"ends twice", [](Court& c) { c.judge.end(7, 1201), c.judge.end(7, 1202); }, 2, 1},
+      {"lost",
+       [](Court& c) {
+         c.sample.pid = 8;
+         c.watch(Resource::kThreads, 1202, 4000, 2, [](double) { return 3; });
+       },
+       2, 1},
+      {"not lost in a gap",
+       [](Court& c) {
+         c.sample.pid = 8;
+         c.watch(Resource::kThreads, 9000, 9600, 2, [](double) { return 3; });
+         c.sample.pid = 7;
+       },
+       1, 0},
+  };
+  for (const auto& row : rows) {
+    Court court;
+    court.watch(Resource::kMemory, 0, 1200, 2, leak);
+    ASSERT_EQ(court.told.size(), 1u) << row.name;
+    row.change(court);
+    court.watch(Resource::kMemory, court.sample.time + 2, court.sample.time + 540, 2, leak);
+    int ended = 0;
+    for (const auto& v : court.told) ended += v.state == State::kEnded && v.called == "x";
+    EXPECT_EQ(std::pair(static_cast<int>(court.told.size()), ended), std::pair(row.told, row.ended))
+        << row.name;
+  }
+}
+
+TEST(Judge, GapsAreMissingTime) {
+  Court court;
+  court.watch(Resource::kMemory, 0, 3000, 2, [](double) { return 1e5; });
+  court.watch(Resource::kMemory, 50000, 53000, 2, [](double) { return 4e5; });
+  court.watch(Resource::kMemory, 20000, 20010, 2, [](double) { return 1; });  // time goes back
+  court.watch(Resource::kMemory, 2e5, 2e5 + 30 * kHour, 600, [](double) { return 5e5; });
+  EXPECT_EQ(court.told.size(), 0u);
+}
+
+TEST(Judge, AlertsOnceADay) {
+  Court court;  // grows by day and falls back by night, higher each day
+  court.watch(Resource::kMemory, 0, 20 * kDay, 60, [](double t) {
+    return 1e5 * (1 + t / kDay) + std::max(0., std::fmod(t, kDay) - 8 * kHour) * 4;
+  });
+  double last = -HUGE_VAL;
+  for (const auto& v : court.told) {
+    if (v.state != State::kConfirmed) continue;
+    EXPECT_GE(v.time - last, kDay);
+    last = v.time;
+  }
+  EXPECT_GT(last, 0);
+}
+
+TEST(Floors, CodesKeepCountsApart) {
+  for (uint32_t n = 1; n < 2900; ++n) {
+    EXPECT_GT(judge::encode(n), judge::encode(n - 1));
+    EXPECT_EQ(std::lround(judge::decode(judge::encode(n))), n);
+  }
+  for (const double level : {1e5, 3e7, 4.2e9}) {
+    EXPECT_NEAR(judge::decode(judge::encode(static_cast<uint32_t>(level))) / level, 1, 4e-4);
+  }
+}
+
+// --- What is read.
+
+// Reads `text` in pieces of `piece` bytes: a row as "name time pid resident", or "line: problem".
+std::vector<std::string> rows_of(const std::string& text, size_t piece) {
+  size_t at = 0;
+  host::SampleReader reader([&](char* buffer, size_t size) {
+    const size_t got = text.copy(buffer, std::min(size, piece), at);
+    at += got;
+    return got;
+  });
+  std::vector<std::string> rows;
+  if (!reader.begin()) return {"0: " + reader.problem()};
+  for (judge::Sample s; reader.next(&s);) {
+    std::ostringstream row;
+    if (reader.problem().empty()) {
+      row << s.name << ' ' << s.time << ' ' << s.pid << ' ' << s.resident_kb;
+    } else {
+      row << reader.line() << ": " << reader.problem();
+    }
+    rows.push_back(row.str());
+  }
+  return rows;
+}
+
+TEST(SampleReader, TakesWhatItShould) {
+  const std::string header = "time,pid,start,name,resident_kb,threads,open_files\n";
+  const std::string bad_number = "resident_kb is not a number from 0 on: ";
+  const std::string big(70000, 'n');
+  const struct {
+    std::string text;
+    std::vector<std::string> rows;
+  } rows[] = {
+      {"", {"0: there is no header"}},
+      {"time,pid,name,start,resident_kb,threads", {"0: there is no column open_files"}},
+      {"time,time,pid,name,start,resident_kb,threads,open_files",
+       {"0: there are two columns time"}},
+      {header, {}},
+      {"\xEF\xBB\xBF" + header + "1,2,3,n,4,5,6", {"n 1 2 4"}},
+      {"x,open_files,threads,resident_kb,name,start,pid,time\r\n,6,5,4,n,3,2,1.5\r\n\r\n",
+       {"n 1.5 2 4"}},
+      {header + "1,2,,,,,\n", {" 1 2 -1"}},
+      {header + "1,2,3,\"a,\"\"b\"\"\r\n\",4,5,6\n2,2,3,a\"b,4,5,6\n",
+       {"a,\"b\"\r\n 1 2 4", "a\"b 2 2 4"}},
+      {header + "1,2,3,\"a\nb\",4,5\n2,2,3,n,4.9,5,6", {"2: it has 6 cells, not 7", "n 2 2 4"}},
+      {header + "1,2,3,\"a\"b,4,5,6\n2,2,3,n,4,5,6\n",
+       {"2: there is text behind a closing quote", "n 2 2 4"}},
+      {header + "1,2,3,\"a,4,5,6\n2,2,3,n,4,5,6\n",
+       {"2: it is longer than 65536 bytes, or a quote is not closed", "n 2 2 4"}},
+      {header + "1,2,3," + big + ",4,5,6\n2,2,3,n,4,5,6\n",
+       {"2: it is longer than 65536 bytes, or a quote is not closed", "n 2 2 4"}},
+      {header +
+           "1,2,3,n,-1,5,6\n1,2,3,n,4x,5,6\n1,2,3,n,99999999999999999999,5,6\n1,2,3,n,\x1b,5,6\n",
+       {"2: " + bad_number + "\"-1\"", "3: " + bad_number + "\"4x\"",
+        "4: " + bad_number + "\"99999999999999999999\"", "5: " + bad_number + "\"\\x1B\""}},
+      {header + "5,2,3,n,4,5,6\n4,2,3,n,4,5,6\n5,2,3,n,4,5,6\n",
+       {"n 5 2 4", "3: time is earlier than in the row before: \"4\"", "n 5 2 4"}},
+      {header + "nan,2,3,n,4,5,6\n,2,3,n,4,5,6\n1,0,3,n,4,5,6\n1,2147483648,3,n,4,5,6\n",
+       {"2: time is not a number: \"nan\"", "3: time is not a number: \"\"",
+        "4: pid is not a process id: \"0\"", "5: pid is not a process id: \"2147483648\""}},
+  };
+  for (const auto& row : rows) {
+    for (const size_t piece : {1U, 7U, 100000U})
+      EXPECT_EQ(rows_of(row.text, piece), row.rows) << row.text;
+  }
+}
+
+TEST(JudgeCommand, PrintsObjectsAndNamesBadRows) {
+  const std::string file = testing::TempDir() + "/samples.csv";
+  FILE* const csv = fopen(file.c_str(), "we");
+  fputs("pid,time,start,name,resident_kb,threads,open_files,open_files_limit\nbad\n", csv);
+  for (int t = 0; t < 1000; t += 2) fprintf(csv, "9,%d.5,4,\"b\xff\"\"d\",,1,%d,1024\n", t, t / 4);
+  fclose(csv);
+  const auto run = [](const std::string& arguments) {
+    FILE* const pipe = popen((TASKWARDEN_PROGRAM " judge " + arguments).c_str(), "re");
+    std::string output;
+    for (int c; (c = getc(pipe)) != EOF;) output += static_cast<char>(c);
+    return std::pair(WEXITSTATUS(pclose(pipe)), output);
+  };
+  const auto [status, output] = run(file + " 2>/dev/null");
+  EXPECT_EQ(status, 0);
+  auto object = nlohmann::json::parse(output, nullptr, false);
+  ASSERT_TRUE(object.is_object()) << output;
+  EXPECT_NEAR(object["rate_per_hour"], 900, 1);
+  EXPECT_NEAR(object["seconds_to_limit"], 4 * (1024 - 195), 10);
+  object.update({{"rate_per_hour", 0}, {"seconds_to_limit", 0}});
+  EXPECT_EQ(object, nlohmann::json::parse(R"({
+      "time": 780.5, "pid": 9, "start": 4, "name": "b\ufffd\"d", "resource": "open_files",
+      "state": "suspected", "from": 0, "now": 195, "since": 0.5, "rate_per_hour": 0,
+      "limit": 1024, "seconds_to_limit": 0})"));
+  EXPECT_EQ(run("- 2>&1 >/dev/null <" + file).second,
+            "taskwarden: line 2: it has 1 cells, not 8\n"
+            "taskwarden: 1 of 501 rows were bad and left out\n");
+  EXPECT_EQ(run(file + "x 2>&1").first, 1);
+  EXPECT_EQ(run("/ 2>&1"), std::pair(1, std::string("taskwarden: /: Is a directory\n")));
+}
+
+}  // namespace
