@@ -22,11 +22,18 @@ extern "C" {
 // of pid 300 and above in slices of about 60 ms every 2000 ms, and reports what grew. Does not
 // return while there are processes to watch.
 //
-// Result: -1 when the process file system cannot be opened; another value, without further
-// meaning, when a scan leaves the table empty. Both are logged first. All state stays as it was;
-// a second call is not provided for. errno is unspecified afterwards.
-// Thread: one thread of the host's, for good. The library starts no thread of its own.
+// Result: TASKWARDEN_CANNOT_READ when the process file system cannot be opened; a value of 0 or
+// more, without further meaning, when a scan leaves the table empty. Both are logged first. All
+// state stays as it was, and a further call goes on with it. TASKWARDEN_IS_RUNNING, at once and
+// with nothing changed, while another thread is in this call. errno is unspecified afterwards. A
+// lack of descriptors does not end it: the directory of processes is kept open. Thread: one thread
+// of the host's, for good. The library starts no thread of its own. The thread may be cancelled
+// (pthread_cancel(3)): that takes effect in the next rest, with nothing locked, and the call can be
+// made again. No signal is blocked; one that interrupts a rest makes it shorter, except that from
+// the sixth interrupted rest in a row on each is slept to its end.
 TW_EXPORT int32_t taskwarden_start(void);
+
+enum { TASKWARDEN_CANNOT_READ = -1, TASKWARDEN_IS_RUNNING = -2 };
 
 // Requests a pause of the cycle (lowest bit of `pause` set) or withdraws it (clear). Only that bit
 // is looked at: 2 resumes. A pause takes effect at the end of the pass under way, after the rest
@@ -73,6 +80,65 @@ TW_EXPORT void taskwarden_set_output(taskwarden_output_fn sink, void* context);
 // the directory exists is not looked at: taskwarden_start() says so.
 // Thread: any one, before taskwarden_start() and before any reader is called.
 TW_EXPORT int taskwarden_set_proc_root(const char* directory);
+
+// ---- What goes beyond the defaults. All of these are off until called.
+
+// Has records sent only to a service of root, of the user that this process runs as, or of one of
+// the `count` users at `users` (user ids, copied; null for none). Any process in the same network
+// namespace can take the service's name. For one of another user a record counts as lost, with the
+// log lines of a failed connection.
+//
+// Result: 0, or -1 with errno EINVAL for more than 16 users, nothing changed.
+// Thread: any, at any time. A later call replaces the users.
+TW_EXPORT int taskwarden_limit_receivers(const uint32_t* users, size_t count);
+
+// Gives what is kept to explain growth, the inventories of open files and threads of all processes
+// together with the one being taken, at most about `bytes`; 0 for no limit, the default. Beyond
+// that the largest are kept in a shorter form: the names that occur most, and the rest as one. A
+// line of the explanation says so. Thread: any, before taskwarden_start().
+TW_EXPORT void taskwarden_limit_inventories(size_t bytes);
+
+// Leaves the memory of a process alone: its command line, maps and smaps are not read, while
+// `is_spared` is 1; 0 takes that back. A read of these can wait for as long as the process or its
+// file systems like. The process is known by its pid and start time (see taskwarden_event). It goes
+// by its short name meanwhile, and its other numbers are read.
+//
+// Result: 0, or -1 with errno ENOSPC when 64 processes are spared already.
+// Thread: any, at any time.
+TW_EXPORT int taskwarden_spare(uint32_t pid, uint64_t start_time, int is_spared);
+
+// The file that a thread reads.
+enum {
+  TASKWARDEN_READS_NOTHING = 0,
+  TASKWARDEN_READS_DIRECTORY = 1,  // of processes
+  TASKWARDEN_READS_MEMINFO = 2,
+  TASKWARDEN_READS_SLABINFO = 3,
+  TASKWARDEN_READS_STATUS = 4,
+  TASKWARDEN_READS_COMMAND_LINE = 5,
+  TASKWARDEN_READS_OPEN_FILES = 6,
+  TASKWARDEN_READS_MAPS = 7,
+  TASKWARDEN_READS_SMAPS = 8,
+  TASKWARDEN_READS_THREADS = 9,
+  TASKWARDEN_READS_STAT = 10
+};
+
+typedef struct taskwarden_progress {
+  size_t size;                 // set by the host: sizeof(taskwarden_progress)
+  int32_t is_running;          // 1: a thread is in taskwarden_start()
+  int32_t is_paused;           // 1: it waits for the end of a pause
+  uint64_t steps;              // rises with each process visited and each rest begun or ended
+  uint32_t passes;             // completed
+  uint32_t slots;              // one past the last pid that can be watched; 0 before the start
+  int32_t slots_were_refused;  // 1: the system refused memory for the higher pids that there may be
+  int32_t reads;               // TASKWARDEN_READS_: what is being read right now,
+  uint32_t reads_pid;          // of which process; 0 for none
+  int64_t reads_since_ms;      // and since when, in ms of CLOCK_MONOTONIC; exact to some ms
+} taskwarden_progress;
+
+// Tells how far the cycle has come and what it is reading. A cycle that waits in the kernel for a
+// file of a process shows here. `progress->size` tells how much of the structure the host knows.
+// Thread: any, at any time; waits for nothing. Cannot fail.
+TW_EXPORT void taskwarden_get_progress(taskwarden_progress* progress);
 
 #ifdef __cplusplus
 }

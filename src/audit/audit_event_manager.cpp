@@ -1,6 +1,19 @@
 #include "audit/audit_event_manager.h"
 
+#include "audit/event_draft.h"
 #include "report/log.h"
+
+namespace {
+
+// To every listener, and then to the host's observer.
+void deliver(AuditEventHub* hub, int32_t id, void* data) {
+  EventDraft& draft = EventDraft::current();
+  draft.begin(id, hub->source, data);
+  hub->deliver(id, data);
+  draft.show(id, hub->source, data);
+}
+
+}  // namespace
 
 AuditEventManager* AuditEventManager::getInstance() {
   static AuditEventManager* __instance = nullptr;
@@ -30,15 +43,18 @@ void AuditEventManager::pollEvents(int32_t source, void* data) {
     TW_LOG(TW_TAG_EVENT, ">> No such source (%u) to poll!!\n", static_cast<unsigned>(source));
     return;
   }
+  const EventDraft::Poll poll;
   for (const int32_t id : hub->retrieve(data)) {
-    hub->deliver(id, data);
+    deliver(hub, id, data);
   }
 }
 
 bool AuditEventManager::deliverEvent(int32_t source, int32_t id, void* data) {
   AuditEventHub* hub = find(source);
-  if (hub != nullptr) {
-    hub->deliver(id, data);
+  if (hub == nullptr) {
+    return false;
   }
-  return hub != nullptr;
+  const EventDraft::Poll poll;
+  deliver(hub, id, data);
+  return true;
 }

@@ -3,15 +3,22 @@
 #include <new>
 
 #include "blocks/tagged_block.h"
+#include "inspect/inventory_budget.h"
 
 void CounterBlockDeleter::operator()(StringCounter* counter) const {
+  tw_let_go_inventory(counter);
   counter->~StringCounter();
   tw_release(counter);
 }
 
 CounterBlock make_counter_block() {
   void* block = tw_allocate(sizeof(StringCounter));
-  return CounterBlock(block != nullptr ? new (block) StringCounter : nullptr);
+  if (block == nullptr) {
+    return nullptr;
+  }
+  CounterBlock counter(new (block) StringCounter);
+  tw_begin_inventory(counter.get());
+  return counter;
 }
 
 void tw_release_entry_blocks(tw_process_entry* entry) {

@@ -15,7 +15,8 @@ struct CounterBlockDeleter {
 // An owned StringCounter in a tagged block.
 using CounterBlock = std::unique_ptr<StringCounter, CounterBlockDeleter>;
 
-// An empty counter in a block of its own; null when none can be had.
+// An empty counter in a block of its own, for the inventory that is taken next; null when none can
+// be had.
 CounterBlock make_counter_block();
 
 // Releases the three blocks of `entry` and clears its fields. Called for a slot whose process has

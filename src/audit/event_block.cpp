@@ -3,7 +3,7 @@
 #include "report/reporter.h"
 
 void tw_report_event_head(const char* event) {
-  tw_reporter().report(1, "\n");
-  tw_reporter().report(1, "%s", TW_EVENT_RULE);
-  tw_reporter().report(1, "%s\n", event);
+  TW_REPORT("\n");
+  TW_REPORT("%s", TW_EVENT_RULE);
+  TW_REPORT("%s\n", event);
 }

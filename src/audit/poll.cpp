@@ -11,7 +11,7 @@
 namespace {
 
 void announce(tw_process_list* list, ProcessCollector* collector, int32_t id) {
-  if (!collector->changes.empty() &&
+  if (collector != nullptr && !collector->changes.empty() &&
       AuditEventManager::getInstance()->deliverEvent(AUDIT_SOURCE_PROCLIST, id, list)) {
     collector->changes.clear();
   }
@@ -29,7 +29,10 @@ int32_t tw_event_poll_process_entry(tw_process_list* list, tw_process_entry* ent
   // "zygote64" begins with it as well.
   if (strncmp(entry->desc.name, "zygote", 6) != 0) {
     const bool runtime = is_runtime_proc(entry->desc.ppid);
-    (runtime ? list->runtime_collector : list->native_collector)->collect(entry);
+    ProcessCollector* const collector = runtime ? list->runtime_collector : list->native_collector;
+    if (collector != nullptr) {
+      collector->collect(entry);
+    }
   }
   return 0;
 }

@@ -61,6 +61,11 @@ void ProcessCollector::sort() {
   }
 }
 
+bool ProcessCollector::is_newcomer(const tw_process_entry* member) const {
+  return std::any_of(changes.begin(), changes.end(),
+                     [member](const Change& change) { return change.first == member; });
+}
+
 void ProcessCollector::dump() const {
   static char dumpbuf[512];
   if (metric != Event_ResidentSize) {
@@ -68,10 +73,9 @@ void ProcessCollector::dump() const {
   }
   int rank = 0;
   for (const tw_process_entry* member : members) {
-    const bool newcomer = std::any_of(changes.begin(), changes.end(),
-                                      [&](const Change& change) { return change.first == member; });
+    const bool newcomer = is_newcomer(member);
     snprintf(dumpbuf, sizeof(dumpbuf), "\t [%c %2d] pid %u \"%s\": RSS %u\n", newcomer ? '*' : ' ',
              ++rank, member->pid, member->desc.name, static_cast<uint32_t>(member->desc.vm_rss_kb));
-    tw_reporter().report(1, "%s", dumpbuf);
+    TW_REPORT("%s", dumpbuf);
   }
 }

@@ -31,6 +31,9 @@ class ProcessCollector {
   // last emptied carry a star.
   void dump() const;
 
+  // Whether `member` came in since the changes were last emptied.
+  bool is_newcomer(const tw_process_entry* member) const;
+
   char name[32];
   std::vector<tw_process_entry*> members;
   int32_t metric;    // what is ranked by: Event_ResidentSize, the only one there is

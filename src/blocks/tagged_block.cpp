@@ -42,11 +42,11 @@ tw_alloc_hdr* tw_release(void* block) {
 
 // Looking at a header that may be foreign or freed is the purpose of this function, so the
 // sanitizers are told to let it.
-__attribute__((no_sanitize("address", "thread"))) tw_alloc_hdr* tw_check(const void* block) {
+__attribute__((no_sanitize("address", "thread"))) tw_alloc_hdr* tw_check(void* block) {
   if (block == nullptr || reinterpret_cast<uintptr_t>(block) % alignof(tw_alloc_hdr) != 0) {
     return nullptr;
   }
-  auto* header = const_cast<tw_alloc_hdr*>(static_cast<const tw_alloc_hdr*>(block) - 1);
+  auto* header = static_cast<tw_alloc_hdr*>(block) - 1;
   return header->magic == TW_ALLOC_MAGIC && header->self == header ? header : nullptr;
 }
 
@@ -57,7 +57,7 @@ void tw_setdata(void* block, void* data) {
   }
 }
 
-void* tw_getdata(const void* block) {
+void* tw_getdata(void* block) {
   const tw_alloc_hdr* header = tw_check(block);
   return header != nullptr ? header->data : nullptr;
 }

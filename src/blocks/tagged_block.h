@@ -30,11 +30,11 @@ TW_EXPORT tw_alloc_hdr* tw_release(void* block);
 
 // The header of the valid block `block`, else null. Looks at the 32 bytes before the pointer,
 // whatever they are: they must be readable. A pointer not aligned for a header is never a block.
-TW_EXPORT tw_alloc_hdr* tw_check(const void* block);
+TW_EXPORT tw_alloc_hdr* tw_check(void* block);
 
 // The owner's word of a valid block. Setting does nothing, and getting gives null, for any other.
 TW_EXPORT void tw_setdata(void* block, void* data);
-TW_EXPORT void* tw_getdata(const void* block);
+TW_EXPORT void* tw_getdata(void* block);
 
 // Writes `size` as given, the marker and the header's own address into `header`, which the caller
 // owns; its owner's word is left alone.

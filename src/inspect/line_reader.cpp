@@ -7,8 +7,8 @@
 
 #include <algorithm>
 
-LineReader LineReader::open(const char* path) {
-  return LineReader(unique_fd(::open(path, O_RDONLY | O_CLOEXEC)));
+LineReader LineReader::open(const char* path, size_t most) {
+  return LineReader(tw_own_fd(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)), most);
 }
 
 // What is in the buffer holds no line feed within a piece's length.
@@ -51,7 +51,10 @@ size_t LineReader::read(char* to, size_t room) {
   }
   ssize_t n;
   do {
-    n = ::read(fd_.get(), to, room);
+    n = ::read(fd_.get(), to, std::min(room, left_));
   } while (n < 0 && errno == EINTR);
-  return n > 0 ? static_cast<size_t>(n) : 0;
+  failed_ = failed_ || n < 0;
+  const size_t length = n > 0 ? static_cast<size_t>(n) : 0;
+  left_ -= length;
+  return length;
 }

@@ -19,12 +19,19 @@ class LineReader {
   // each handed out as a line of its own.
   static constexpr size_t kLineSize = 1024;
 
-  // Opens `path` (close-on-exec); ok() tells whether that succeeded, and errno why not.
-  static LineReader open(const char* path);
+  // Far more than the kernel's files hold. Maps and smaps grow with a process's areas.
+  static constexpr size_t kMostBytes = 1 << 20;
+  static constexpr size_t kMostOfAreas = 1 << 30;
+
+  // Opens `path` (close-on-exec), of which at most `most` bytes are read; ok() tells whether that
+  // succeeded, and errno why not. A FIFO or a device in a file's place holds nothing up.
+  static LineReader open(const char* path, size_t most = kMostBytes);
   // Reads `text`, which must outlive the reader.
   explicit LineReader(std::string_view text) : text_(text) {}
 
   bool ok() const { return text_.data() != nullptr || fd_.ok(); }
+  // Whether an error ended the file.
+  bool failed() const { return failed_; }
 
   // The next line with its line feed, if it has one; empty at the end, and only there. It is valid
   // until the next call, the last one also past the end. A read error ends the file: what was read
@@ -57,7 +64,7 @@ class LineReader {
   }
 
  private:
-  explicit LineReader(unique_fd fd) : fd_(static_cast<unique_fd&&>(fd)) {}
+  LineReader(unique_fd fd, size_t most) : fd_(static_cast<unique_fd&&>(fd)), left_(most) {}
 
   // Whether there is a line feed among `count` bytes, 16 to 32: in two overlapping words of 16.
   static bool has_line_feed(const char* text, size_t count) {
@@ -89,9 +96,11 @@ class LineReader {
 
   std::string_view text_;
   unique_fd fd_;
+  size_t left_ = 0;      // bytes that may still be read of a file
   size_t position_ = 0;  // where the next line begins
   size_t filled_ = 0;
-  size_t length_ = 0;        // of the last line, which ends at position_
+  size_t length_ = 0;  // of the last line, which ends at position_
+  bool failed_ = false;
   bool terminated_ = false;  // a NUL stands at position_,
   char covered_ = '\0';      // in place of this
   char buffer_[kBufferSize + 1];

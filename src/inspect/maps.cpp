@@ -1,10 +1,13 @@
 #include "inspect/maps.h"
 
+#include "inspect/maps_parse.h"
+#include "inspect/start_time.h"
 #include "inspect/vma_desc.h"
 #include "platform/proc_root.h"
+#include "platform/progress.h"
 #include "report/log.h"
 
-int32_t tw_maps_parse(int pid, LineReader& lines, tw_process_desc* desc) {
+std::optional<int32_t> tw_maps_parse(int pid, LineReader& lines, tw_process_desc* desc) {
   vma_division_t divisions[VMA_DIVISION_COUNT] = {};
   int32_t areas = 0;
   vma_desc_t vma;
@@ -13,7 +16,7 @@ int32_t tw_maps_parse(int pid, LineReader& lines, tw_process_desc* desc) {
     if (!is_vma_header(conversions)) {
       TW_LOG(TW_TAG_STATS, "-> failed to parse \"%s\" of proc %u as a vma's beginning: %d\n",
              lines.c_str(), static_cast<unsigned>(pid), conversions);
-      return 0;
+      return std::nullopt;
     }
     ++areas;
     vma_division_t* division = match_vma_division(divisions, vma);
@@ -30,11 +33,25 @@ int32_t tw_maps_parse(int pid, LineReader& lines, tw_process_desc* desc) {
   return areas;
 }
 
-int32_t tw_process_check_maps(int pid, tw_process_desc* desc) {
-  LineReader lines = LineReader::open(ProcPath(static_cast<unsigned>(pid), "/maps").c_str());
-  if (!lines.ok()) {
-    TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's maps!!\n", static_cast<unsigned>(pid));
-    return 0;
+bool tw_process_read_maps(int pid, tw_process_desc* desc, int32_t* areas) {
+  const auto asked = static_cast<unsigned>(pid);
+  *areas = 0;
+  if (tw_is_spared(asked, tw_read_start_time)) {
+    return false;
   }
-  return tw_maps_parse(pid, lines, desc);
+  const ReadingMark mark(TASKWARDEN_READS_MAPS, asked);
+  LineReader lines = LineReader::open(ProcPath(asked, "/maps").c_str(), LineReader::kMostOfAreas);
+  if (!lines.ok()) {
+    TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's maps!!\n", asked);
+    return false;
+  }
+  const std::optional<int32_t> parsed = tw_maps_parse(pid, lines, desc);
+  *areas = parsed.value_or(0);
+  return parsed.has_value() && !lines.failed();
+}
+
+int32_t tw_process_check_maps(int pid, tw_process_desc* desc) {
+  int32_t areas;
+  tw_process_read_maps(pid, desc, &areas);
+  return areas;
 }

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 
-#include "inspect/line_reader.h"
 #include "proctable/process_records.h"
 #include "taskwarden/export.h"
 
@@ -14,8 +13,5 @@
 // an empty file: 0, and sizes of 0. Areas may be met twice or missed while the process changes its
 // map. Cycle's thread only.
 TW_EXPORT int32_t tw_process_check_maps(int pid, tw_process_desc* desc);
-
-// The same on text alone.
-int32_t tw_maps_parse(int pid, LineReader& lines, tw_process_desc* desc);
 
 #endif  // INSPECT_MAPS_H_

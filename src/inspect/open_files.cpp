@@ -5,35 +5,36 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "inspect/inventory_budget.h"
+#include "inspect/open_files_count.h"
 #include "platform/directory.h"
 #include "platform/proc_root.h"
+#include "platform/progress.h"
 #include "report/log.h"
 #include "report/reporter.h"
 
 namespace {
-
-constexpr int32_t kListedAbove = 10;
 
 void count_target(const Directory& directory, const char* name, StringCounter* counter) {
   // readlink writes no terminator, and cuts what is longer.
   char target[256];
   const ssize_t length = ::readlinkat(directory.fd(), name, target, sizeof(target));
   if (length >= 0) {
-    counter->add(tw_open_file_kind({target, static_cast<size_t>(length)}));
+    tw_count_name(counter, tw_open_file_kind({target, static_cast<size_t>(length)}));
   }
 }
 
-Directory open_directory(unsigned pid) {
-  return Directory(ProcPath(pid, "/fd").c_str());
-}
-
-// Whether the directory just opened may be read; a word in the log where that is worth one.
-bool is_open(const Directory& directory, unsigned pid) {
-  if (!directory.ok() && errno != EACCES) {
-    TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's fd dir: %s\n", pid, strerror(errno));
+// A process's descriptor directory, opened; a word in the log where it cannot be and that is worth
+// one.
+class DescriptorDirectory : private ReadingMark, public Directory {
+ public:
+  explicit DescriptorDirectory(unsigned pid)
+      : ReadingMark(TASKWARDEN_READS_OPEN_FILES, pid), Directory(ProcPath(pid, "/fd").c_str()) {
+    if (!ok() && errno != EACCES) {
+      TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's fd dir: %s\n", pid, strerror(errno));
+    }
   }
-  return directory.ok();
-}
+};
 
 void walk(Directory& directory, tw_process_desc* desc, StringCounter* counter) {
   if (counter != nullptr) {
@@ -87,13 +88,13 @@ bool is_remarkable(const DirectorySize& before, const DirectorySize& after, int3
 }
 
 void report_kinds(unsigned pid, const StringCounter& counter) {
-  tw_reporter().report(1, "Dump openfiles' map of proc %u, %u kinds of files\n", pid,
-                       static_cast<unsigned>(counter.size()));
-  tw_reporter().report(1, "And, only the file opened more than %u will be list:\n",
-                       static_cast<unsigned>(kListedAbove));
+  TW_REPORT("Dump openfiles' map of proc %u, %u kinds of files\n", pid,
+            static_cast<unsigned>(counter.size()));
+  TW_REPORT("And, only the file opened more than %u will be list:\n",
+            static_cast<unsigned>(TW_OPEN_FILES_LISTED_ABOVE));
   for (const auto& [name, count] : counter) {
-    if (count > kListedAbove) {
-      tw_reporter().report(1, "\t \"%s\": %d\n", name.c_str(), count);
+    if (count > TW_OPEN_FILES_LISTED_ABOVE) {
+      TW_REPORT("\t \"%s\": %d\n", name.c_str(), count);
     }
   }
 }
@@ -102,32 +103,41 @@ void report_kinds(unsigned pid, const StringCounter& counter) {
 
 void tw_process_check_openfiles(int pid, tw_process_desc* desc, StringCounter* counter) {
   const auto asked = static_cast<unsigned>(pid);
-  Directory directory = open_directory(asked);
-  if (!is_open(directory, asked)) {
-    return;
+  {
+    DescriptorDirectory directory(asked);
+    if (!directory.ok()) {
+      return;
+    }
+    walk(directory, desc, counter);
   }
-  walk(directory, desc, counter);
   if (counter != nullptr) {
     report_kinds(asked, *counter);
   }
 }
 
-void tw_process_recount_openfiles(int pid, tw_process_desc* desc, tw_fd_listing* last) {
+bool tw_process_recount_openfiles(int pid, tw_process_desc* desc, tw_fd_listing* last) {
   const auto asked = static_cast<unsigned>(pid);
-  Directory directory = open_directory(asked);
-  if (!is_open(directory, asked)) {
-    return;
+  DescriptorDirectory directory(asked);
+  if (!directory.ok()) {
+    return false;
   }
-  const DirectorySize before = size_of(directory);
-  if (last->size != 0 && last->size == before.size && ++last->visits < TW_FD_LISTING_RHYTHM) {
-    return;
+  const DirectorySize before = last != nullptr ? size_of(directory) : DirectorySize{};
+  if (last != nullptr && last->size != 0 && last->size == before.size &&
+      ++last->visits < TW_FD_LISTING_RHYTHM) {
+    desc->open_files = last->count;
+    return true;
+  }
+  walk(directory, desc, nullptr);
+  if (last == nullptr) {
+    return !directory.failed();
   }
   // Processes first met together are not all listed again in the same pass.
   const uint32_t visits = last->size != 0 ? 0 : asked % TW_FD_LISTING_RHYTHM;
-  walk(directory, desc, nullptr);
   const bool remarkable =
       !directory.failed() && is_remarkable(before, size_of(directory), desc->open_files);
-  *last = remarkable ? tw_fd_listing{static_cast<uint32_t>(before.size), visits} : tw_fd_listing{};
+  *last = remarkable ? tw_fd_listing{static_cast<uint32_t>(before.size), visits, desc->open_files}
+                     : tw_fd_listing{};
+  return !directory.failed();
 }
 
 std::string_view tw_open_file_kind(std::string_view target) {

@@ -16,10 +16,10 @@ int parse_pair(char* line) {
     TW_LOG(TW_TAG_STATS, ">> failed to parse the pair: \"%s\"\n", line);
     return -1;
   }
-  char* end = value;
-  while (*end != '\0' && *end != ' ' && *end != '\t' && *end != '\r' && *end != '\n') {
-    ++end;
+  for (char* c = value; *c != '\0'; ++c) {
+    if (*c == ' ' || *c == '\t' || *c == '\r' || *c == '\n') {
+      *c = '\0';
+    }
   }
-  *end = '\0';
   return static_cast<int>(value - line);
 }

@@ -1,35 +1,30 @@
 #include "inspect/smaps.h"
 
 #include <stdlib.h>
-#include <string.h>
 
 #include <algorithm>
 
-#include "inspect/parse_pair.h"
+#include "inspect/key_table.h"
+#include "inspect/maps_parse.h"
+#include "inspect/start_time.h"
 #include "inspect/vma_desc.h"
 #include "platform/proc_root.h"
+#include "platform/progress.h"
 #include "report/log.h"
 #include "report/reporter.h"
 
 namespace {
 
-enum class Key { kNone, kSize, kPss, kRss, kVmFlags };
+enum class Key { kSize, kPss, kRss, kVmFlags };
 
-// Most lines are of other keys and differ in their first byte.
-Key key_of(std::string_view line) {
-  switch (line[0]) {
-    case 'S':
-      return line.starts_with("Size:") ? Key::kSize : Key::kNone;
-    case 'P':
-      return line.starts_with("Pss:") ? Key::kPss : Key::kNone;
-    case 'R':
-      return line.starts_with("Rss:") ? Key::kRss : Key::kNone;
-    case 'V':
-      return line.starts_with("VmFlags:") ? Key::kVmFlags : Key::kNone;
-    default:
-      return Key::kNone;
-  }
-}
+struct SmapsKey {
+  std::string_view prefix;
+  Key key;
+};
+
+constexpr SmapsKey kKeys[] = {
+    {"Size:", Key::kSize}, {"Pss:", Key::kPss}, {"Rss:", Key::kRss}, {"VmFlags:", Key::kVmFlags}};
+constexpr KeyTable kSmapsLines(kKeys);
 
 // Takes the lines one by one; false ends the reading.
 class SmapsParser {
@@ -42,8 +37,8 @@ class SmapsParser {
     if (!in_area_) {
       return take_header(line, lines);
     }
-    const Key key = key_of(line);
-    return key == Key::kNone || take_value(key, lines.c_str());
+    const SmapsKey* const known = kSmapsLines.find(line);
+    return known == nullptr || take_value(*known, lines);
   }
   bool in_area() const { return in_area_; }
   uint64_t rss_sum_kb() const { return rss_sum_kb_; }
@@ -60,19 +55,17 @@ class SmapsParser {
     return true;
   }
 
-  bool take_value(Key key, char* line) {
-    const int position = parse_pair(line);
-    if (position < 0) {
+  bool take_value(const SmapsKey& known, LineReader& lines) {
+    const char* const text = value_of(lines);
+    if (text == nullptr) {
       TW_LOG(TW_TAG_STATS, ">> failed to get proc %u smaps's %.*s!!\n", pid_,
-             static_cast<int>(strcspn(line, ":")), line);
+             static_cast<int>(known.prefix.size() - 1), known.prefix.data());
       return false;
     }
-    const int64_t value = atoi(line + position);
-    switch (key) {
-      case Key::kNone:
-        break;
+    const int64_t value = atoi(text);
+    switch (known.key) {
       case Key::kSize:
-        return is_consistent(line, value);
+        return is_consistent(lines.c_str(), value);
       case Key::kPss:
         vma_.pss_kb = value;
         break;
@@ -129,10 +122,15 @@ uint64_t tw_smaps_parse(int pid, LineReader& lines, vma_division_t* divisions) {
 }
 
 uint64_t tw_process_check_smaps(int pid, vma_division_t* divisions) {
+  const auto asked = static_cast<unsigned>(pid);
   std::fill_n(divisions, VMA_DIVISION_COUNT, vma_division_t{});
-  LineReader lines = LineReader::open(ProcPath(static_cast<unsigned>(pid), "/smaps").c_str());
+  if (tw_is_spared(asked, tw_read_start_time)) {
+    return 0;
+  }
+  const ReadingMark mark(TASKWARDEN_READS_SMAPS, asked);
+  LineReader lines = LineReader::open(ProcPath(asked, "/smaps").c_str(), LineReader::kMostOfAreas);
   if (!lines.ok()) {
-    TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's smaps!!\n", static_cast<unsigned>(pid));
+    TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's smaps!!\n", asked);
     return 0;
   }
   return tw_smaps_parse(pid, lines, divisions);
@@ -141,13 +139,12 @@ uint64_t tw_process_check_smaps(int pid, vma_division_t* divisions) {
 void tw_process_smaps_dump(int pid) {
   vma_division_t divisions[VMA_DIVISION_COUNT];
   tw_process_check_smaps(pid, divisions);
-  tw_reporter().report(1, "Process %u summary of smaps:\n", static_cast<unsigned>(pid));
+  TW_REPORT("Process %u summary of smaps:\n", static_cast<unsigned>(pid));
   for (int i = 0; i < VMA_DIVISION_COUNT; ++i) {
     const vma_division_t& division = divisions[i];
-    tw_reporter().report(1, "\t %15s: VSS %8u, RSS %6u, PSS %6u, %4u VMAs\n",
-                         vma_division_typename(static_cast<VMA_DIVISION_TYPE>(i)),
-                         static_cast<unsigned>(division.vss_kb),
-                         static_cast<unsigned>(division.rss_kb),
-                         static_cast<unsigned>(division.pss_kb), division.vma_count);
+    TW_REPORT("\t %15s: VSS %8u, RSS %6u, PSS %6u, %4u VMAs\n",
+              vma_division_typename(static_cast<VMA_DIVISION_TYPE>(i)),
+              static_cast<unsigned>(division.vss_kb), static_cast<unsigned>(division.rss_kb),
+              static_cast<unsigned>(division.pss_kb), division.vma_count);
   }
 }

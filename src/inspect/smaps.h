@@ -5,7 +5,6 @@
 
 #include <cstdint>
 
-#include "inspect/line_reader.h"
 #include "inspect/vma_division.h"
 #include "taskwarden/export.h"
 
@@ -18,8 +17,5 @@ TW_EXPORT uint64_t tw_process_check_smaps(int pid, vma_division_t* divisions);
 // Reads the same and reports a line a division, in kB (low 32 bits), whatever could be read.
 // Cycle's thread only.
 TW_EXPORT void tw_process_smaps_dump(int pid);
-
-// The reading on text alone; adds to `divisions`.
-uint64_t tw_smaps_parse(int pid, LineReader& lines, vma_division_t* divisions);
 
 #endif  // INSPECT_SMAPS_H_

@@ -5,20 +5,29 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "inspect/parse_pair.h"
+#include "inspect/key_table.h"
+#include "inspect/start_time.h"
+#include "inspect/status_parse.h"
 #include "platform/proc_root.h"
+#include "platform/progress.h"
 #include "platform/text_field.h"
+#include "proctable/desc_field.h"
 #include "proctable/zygote.h"
 #include "report/log.h"
+#include "taskwarden/observers.h"
 
 namespace {
 
 constexpr size_t kLongestBaseName = 57;
 
 bool read_command_line(int pid, std::string* content) {
+  const auto asked = static_cast<unsigned>(pid);
+  if (tw_is_spared(asked, tw_read_start_time)) {
+    return false;
+  }
+  const ReadingMark mark(TASKWARDEN_READS_COMMAND_LINE, asked);
   return android::base::ReadFileToString(
-      android::base::StringPrintf("%s/%u/cmdline", tw_proc_root(), static_cast<unsigned>(pid)),
-      content, false);
+      android::base::StringPrintf("%s/%u/cmdline", tw_proc_root(), asked), content, false);
 }
 
 void set_display_name(int pid, const char* short_name, CommandLineReader read,
@@ -47,96 +56,87 @@ void note_zygote(int pid, const tw_process_desc& desc) {
   }
 }
 
-// Sizes come as decimal text of 32 bits and are widened with their sign.
-uint64_t to_kb(const char* value) {
-  return static_cast<uint64_t>(static_cast<int64_t>(atoi(value)));
-}
+// What is done with the value of a line.
+enum class Use { kName, kState, kPid, kNumber, kParent, kLastNumber };
 
-enum class Key { kNone, kName, kState, kPid, kPPid, kFdSize, kVmHwm, kVmRss, kThreads };
+struct StatusKey {
+  std::string_view prefix;  // the name with its colon
+  Use use;
+  uint32_t known = 0;  // the bit that says it was read
+  DescField number{};
+};
 
-// What is compared is the name with its colon, where the line begins. Most lines are of other keys.
-Key key_of(std::string_view line) {
-  switch (line[0]) {
-    case 'N':
-      return line.starts_with("Name:") ? Key::kName : Key::kNone;
-    case 'S':
-      return line.starts_with("State:") ? Key::kState : Key::kNone;
-    case 'P':
-      return line.starts_with("Pid:")    ? Key::kPid
-             : line.starts_with("PPid:") ? Key::kPPid
-                                         : Key::kNone;
-    case 'F':
-      return line.starts_with("FDSize:") ? Key::kFdSize : Key::kNone;
-    case 'V':
-      return line.starts_with("VmHWM:")   ? Key::kVmHwm
-             : line.starts_with("VmRSS:") ? Key::kVmRss
-                                          : Key::kNone;
-    case 'T':
-      return line.starts_with("Threads:") ? Key::kThreads : Key::kNone;
-    default:
-      return Key::kNone;
-  }
-}
+constexpr StatusKey kKeys[] = {
+    {"Name:", Use::kName, TASKWARDEN_KNOWN_NAME},
+    {"State:", Use::kState, TASKWARDEN_KNOWN_STATE},
+    {"Pid:", Use::kPid},
+    {"PPid:", Use::kParent, TASKWARDEN_KNOWN_PARENT, &tw_process_desc::ppid},
+    {"FDSize:", Use::kNumber, TASKWARDEN_KNOWN_DESCRIPTOR_TABLE, &tw_process_desc::fd_size},
+    {"VmHWM:", Use::kNumber, TASKWARDEN_KNOWN_PEAK, &tw_process_desc::vm_hwm_kb},
+    {"VmRSS:", Use::kNumber, TASKWARDEN_KNOWN_RESIDENT, &tw_process_desc::vm_rss_kb},
+    {"Threads:", Use::kLastNumber, TASKWARDEN_KNOWN_THREADS, &tw_process_desc::threads},
+};
+constexpr KeyTable kStatusLines(kKeys);
 
 }  // namespace
 
-void tw_status_parse(int pid, LineReader& lines, CommandLineReader read, tw_process_desc* desc) {
+uint32_t tw_status_parse(int pid, LineReader& lines, CommandLineReader read,
+                         tw_process_desc* desc) {
   const auto asked = static_cast<unsigned>(pid);
-  for (std::string_view text; !(text = lines.next()).empty();) {
-    const Key key = key_of(text);
-    if (key == Key::kNone) {
+  uint32_t known = 0;
+  for (std::string_view line; !(line = lines.next()).empty();) {
+    const StatusKey* const key = kStatusLines.find(line);
+    if (key == nullptr) {
       continue;
     }
-    char* const line = lines.c_str();
-    const int position = parse_pair(line);
-    if (position < 0) {
+    const char* const value = value_of(lines);
+    if (value == nullptr) {
       TW_LOG(TW_TAG_STATS, ">> failed to get proc %u's %.*s!!\n", asked,
-             static_cast<int>(strcspn(line, ":")), line);
-      return;
+             static_cast<int>(key->prefix.size() - 1), key->prefix.data());
+      return known;
     }
-    const char* value = line + position;
-    switch (key) {
-      case Key::kNone:
-        break;
-      case Key::kName:
+    switch (key->use) {
+      case Use::kName:
         set_display_name(pid, value, read, desc);
         break;
-      case Key::kState:
+      case Use::kState:
         desc->state = value[0];
         break;
-      case Key::kPid:
+      case Use::kPid:
         if (atoi(value) != pid) {
           TW_LOG(TW_TAG_STATS, ">> inconsistent pid: %u, %u\n", asked,
                  static_cast<unsigned>(atoi(value)));
-          return;
+          return 0;
         }
         break;
-      case Key::kPPid:
-        desc->ppid = atoi(value);
-        note_zygote(pid, *desc);
+      case Use::kNumber:
+      case Use::kParent:
+      case Use::kLastNumber:
+        // Sizes come as decimal text of 32 bits and are widened with their sign.
+        key->number.set(desc, static_cast<uint64_t>(int64_t{atoi(value)}));
         break;
-      case Key::kFdSize:
-        desc->fd_size = atoi(value);
-        break;
-      case Key::kVmHwm:
-        desc->vm_hwm_kb = to_kb(value);
-        break;
-      case Key::kVmRss:
-        desc->vm_rss_kb = to_kb(value);
-        break;
-      case Key::kThreads:
-        desc->threads = atoi(value);
-        return;
+    }
+    known |= key->known;
+    if (key->use == Use::kParent) {
+      note_zygote(pid, *desc);
+    } else if (key->use == Use::kLastNumber) {
+      break;
     }
   }
+  return known;
 }
 
-void tw_process_check_status(int pid, tw_process_desc* desc) {
+uint32_t tw_process_read_status(int pid, tw_process_desc* desc) {
   const auto asked = static_cast<unsigned>(pid);
+  const ReadingMark mark(TASKWARDEN_READS_STATUS, asked);
   LineReader lines = LineReader::open(ProcPath(asked, "/status").c_str());
   if (!lines.ok()) {
     TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's status!!\n", asked);
-    return;
+    return 0;
   }
-  tw_status_parse(pid, lines, read_command_line, desc);
+  return tw_status_parse(pid, lines, read_command_line, desc);
+}
+
+void tw_process_check_status(int pid, tw_process_desc* desc) {
+  tw_process_read_status(pid, desc);
 }

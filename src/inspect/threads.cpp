@@ -3,15 +3,16 @@
 #include <fcntl.h>
 #include <stdio.h>
 
+#include "inspect/inventory_budget.h"
+#include "inspect/thread_family.h"
 #include "platform/directory.h"
 #include "platform/proc_root.h"
+#include "platform/progress.h"
 #include "platform/small_file.h"
 #include "report/log.h"
 #include "report/reporter.h"
 
 namespace {
-
-constexpr int32_t kListedAbove = 1;
 
 void count_thread(const Directory& tasks, const char* thread, StringCounter* counter) {
   char path[sizeof(dirent::d_name) + sizeof("/comm")];
@@ -21,14 +22,15 @@ void count_thread(const Directory& tasks, const char* thread, StringCounter* cou
   if (length > 0) {
     // The last byte is the line feed that ends the file; a NUL ends the name before it.
     name[length - 1] = '\0';
-    counter->add(tw_thread_family(name));
+    tw_count_name(counter, tw_thread_family(name));
   } else {
-    counter->add("<UNNAMED THREAD>");
+    tw_count_name(counter, "<UNNAMED THREAD>");
   }
 }
 
 // False, with nothing changed, when the directory cannot be opened.
 bool walk(unsigned pid, StringCounter* counter) {
+  const ReadingMark mark(TASKWARDEN_READS_THREADS, pid);
   Directory directory(ProcPath(pid, "/task").c_str());
   if (!directory.ok()) {
     TW_LOG(TW_TAG_STATS, ">> failed to open proc %u's task dir!!\n", pid);
@@ -48,13 +50,13 @@ bool walk(unsigned pid, StringCounter* counter) {
 }
 
 void report_kinds(unsigned pid, const StringCounter& counter) {
-  tw_reporter().report(1, "Dump threads' map of proc %u, %u kinds of threads\n", pid,
-                       static_cast<unsigned>(counter.size()));
-  tw_reporter().report(1, "And, only the thread which is more than %u will be list:\n",
-                       static_cast<unsigned>(kListedAbove));
+  TW_REPORT("Dump threads' map of proc %u, %u kinds of threads\n", pid,
+            static_cast<unsigned>(counter.size()));
+  TW_REPORT("And, only the thread which is more than %u will be list:\n",
+            static_cast<unsigned>(TW_THREADS_LISTED_ABOVE));
   for (const auto& [name, count] : counter) {
-    if (count > kListedAbove) {
-      tw_reporter().report(1, "\t \"%16s\": %d\n", name.c_str(), count);
+    if (count > TW_THREADS_LISTED_ABOVE) {
+      TW_REPORT("\t \"%16s\": %d\n", name.c_str(), count);
     }
   }
 }

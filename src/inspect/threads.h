@@ -2,19 +2,13 @@
 #ifndef INSPECT_THREADS_H_
 #define INSPECT_THREADS_H_
 
-#include <string_view>
-
 #include "inspect/string_counter.h"
 #include "taskwarden/export.h"
 
 // Refills `counter` with the folded names of the threads under /proc/<pid>/task, and reports those
 // that occur more than once. A thread whose name cannot be read counts as "<UNNAMED THREAD>". Where
 // the directory cannot be opened the counter is untouched and the failure logged. With a null
-// counter nothing is read. A host reads the counter by iterating over
-// it. Cycle's thread only.
+// counter nothing is read. Cycle's thread only.
 TW_EXPORT void tw_process_check_threads(int pid, StringCounter* counter);
-
-// The family that a thread's name is counted under, or the name itself.
-std::string_view tw_thread_family(std::string_view name);
 
 #endif  // INSPECT_THREADS_H_

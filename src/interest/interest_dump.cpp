@@ -4,16 +4,15 @@
 #include "report/reporter.h"
 
 void interested_proc_dumpall(tw_process_list* list) {
-  tw_reporter().report(1, "-> Dump the interested processes:\n");
+  TW_REPORT("-> Dump the interested processes:\n");
   int index = 0;
   for (const tw_process_entry* entry = list->head; entry != nullptr; entry = entry->next) {
     if (!entry->interested) {
       continue;
     }
-    tw_reporter().report(1, "INTERESTED %02d: pid %u \"%s\"\n", index, entry->pid,
-                         entry->desc.name);
+    TW_REPORT("INTERESTED %02d: pid %u \"%s\"\n", index, entry->pid, entry->desc.name);
     tw_process_smaps_dump(static_cast<int>(entry->pid));
-    tw_reporter().report(1, "\n");
+    TW_REPORT("\n");
     ++index;
   }
 }

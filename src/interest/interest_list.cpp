@@ -3,18 +3,17 @@
 #include <cutils/properties.h>
 #include <string.h>
 
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "interest/interest_mark.h"
 #include "platform/clock.h"
+#include "platform/locks.h"
 #include "report/reporter.h"
 
 namespace {
 
-std::mutex list_mutex;
-
-// Under list_mutex. Never destroyed: the cycle may still look at it while the host exits.
+// Under Lock::kInterestList. Never destroyed: the cycle may still look at it while the host exits.
 std::vector<std::string>& builtin_interest_list() {
   static auto& list = *new std::vector<std::string>;
   return list;
@@ -26,7 +25,7 @@ void interest_builtin_load() {
   char value[PROPERTY_VALUE_MAX];
   property_get("tw.stats.interest", value, "0");
   if (value[0] == '0') {
-    tw_reporter().report(1, "No builtin interested list\n");
+    TW_REPORT("No builtin interested list\n");
     return;
   }
   interest_builtin_add(value);
@@ -34,14 +33,14 @@ void interest_builtin_load() {
 
 void interest_builtin_add(const char* text) {
   {
-    const std::lock_guard lock(list_mutex);
+    const LockGuard lock(Lock::kInterestList);
     builtin_interest_list().emplace_back(text);
   }
-  tw_reporter().report(1, "Add the builtin interest: %s\n", text);
+  TW_REPORT("Add the builtin interest: %s\n", text);
 }
 
 bool is_interest(const char* name) {
-  const std::lock_guard lock(list_mutex);
+  const LockGuard lock(Lock::kInterestList);
   for (const std::string& text : builtin_interest_list()) {
     if (strstr(name, text.c_str()) != nullptr) {
       return true;

@@ -8,22 +8,11 @@
 #include "proctable/process_records.h"
 #include "taskwarden/export.h"
 
-// Fills the list from the property "tw.stats.interest": its whole value, unsplit, unless it begins
-// with "0" (the default). Called once at start.
-void interest_builtin_load();
-
 // Appends a copy of `text` (NUL-terminated, not null) to the list and reports it. Matched as a
 // plain part of a process's name ("name#pid"), case-sensitive; an empty text matches every name.
 // Takes effect for a process when its name is next seen to change. Any thread, at any time: the
 // list is guarded.
 TW_EXPORT void interest_builtin_add(const char* text);
-
-// Whether any text of the list occurs in `name`. Any thread.
-bool is_interest(const char* name);
-
-// Sets or clears the mark of `entry`; it stays on a process whose name is on the list. A null entry
-// is ignored. Cycle's thread only.
-void interested_proc_set(tw_process_entry* entry, bool mark);
 
 // A hook for hosts that keep a schedule, without work of its own: 0 unless `tick` is a multiple of
 // 30 (also 0 and negative ones), else the milliseconds between two readings of the clock. `list` is

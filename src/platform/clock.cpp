@@ -6,10 +6,35 @@
 
 namespace {
 
+// How many rests in a row ended early.
+int interrupted_rests = 0;
+constexpr int kMostInterruptedRests = 5;
+
+int64_t monotonic_us() {
+  timespec now;
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
+}
+
 int system_rest(int64_t seconds, int64_t microseconds) {
-  timeval timeout = {.tv_sec = static_cast<time_t>(seconds),
-                     .tv_usec = static_cast<suseconds_t>(microseconds)};
-  return ::select(0, nullptr, nullptr, nullptr, &timeout);
+  const int64_t end = monotonic_us() + seconds * 1000000 + microseconds;
+  const auto rest = [](int64_t us) {
+    timeval timeout = {.tv_sec = static_cast<time_t>(us / 1000000),
+                       .tv_usec = static_cast<suseconds_t>(us % 1000000)};
+    return ::select(0, nullptr, nullptr, nullptr, &timeout);
+  };
+  if (rest(seconds * 1000000 + microseconds) == 0) {
+    interrupted_rests = 0;
+    return 0;
+  }
+  if (interrupted_rests < kMostInterruptedRests) {
+    ++interrupted_rests;
+    return -1;
+  }
+  for (int64_t left; (left = end - monotonic_us()) > 0;) {
+    rest(left);
+  }
+  return 0;
 }
 
 constexpr tw_clock system_clock = {

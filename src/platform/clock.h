@@ -23,7 +23,9 @@ int64_t tw_clock_seconds();  // time()
 // in 32-bit arithmetic: negative when the clock was set back.
 int32_t tw_elapsed_ms(const timeval& start, const timeval& end);
 
-// Sleeps; an interrupted rest is shorter. Microseconds outside 0 to 999999 are refused at once with
+// Sleeps; a signal makes a rest shorter. From the sixth rest in a row that signals interrupt on,
+// each is slept to its end, so that signals at any rate cannot make the cycle run all the time.
+// Microseconds outside 0 to 999999 are refused at once with
 // -1 and EINVAL, as on the platform this was made for: the C library here would take 1000000 and
 // more, and sleep longer.
 int tw_rest(int64_t seconds, int64_t microseconds);

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
@@ -20,11 +21,16 @@ constexpr size_t kNameOffset = offsetof(DirentHead, type) + 1;
 }  // namespace
 
 Directory::Directory(const char* path)
-    : fd_(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK)) {}
+    : owned_(tw_own_fd(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK))),
+      fd_(owned_.get()) {}
+
+void Directory::rewind(int fd) {
+  fd_ = ::lseek(fd, 0, SEEK_SET) == 0 ? fd : -1;
+}
 
 bool Directory::next(tw_dirent* entry) {
   if (position_ >= filled_) {
-    const long n = ::syscall(SYS_getdents64, fd_.get(), buffer_, sizeof(buffer_));
+    const long n = ::syscall(SYS_getdents64, fd_, buffer_, sizeof(buffer_));
     if (n <= 0) {
       failed_ = n < 0;
       return false;
@@ -35,7 +41,7 @@ bool Directory::next(tw_dirent* entry) {
   DirentHead head;
   memcpy(&head, buffer_ + position_, kNameOffset);
   entry->name = buffer_ + position_ + kNameOffset;
-  entry->type = tw_entry_type(fd_.get(), entry->name, head.type);
+  entry->type = tw_entry_type(fd_, entry->name, head.type);
   position_ += head.reclen;
   return true;
 }

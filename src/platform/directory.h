@@ -1,5 +1,5 @@
 // Reads a directory entry by entry through a fixed buffer: no allocation, entries in the order the
-// kernel gives them. Owns its descriptor (close-on-exec).
+// kernel gives them.
 #ifndef PLATFORM_DIRECTORY_H_
 #define PLATFORM_DIRECTORY_H_
 
@@ -19,8 +19,11 @@ class Directory {
   // Opens `path`; ok() tells whether that succeeded, and errno why not.
   explicit Directory(const char* path);
 
-  bool ok() const { return fd_.ok(); }
-  int fd() const { return fd_.get(); }
+  bool ok() const { return fd_ >= 0; }
+  int fd() const { return fd_; }
+
+  // Lists the directory open at `fd`, which stays the caller's, from its beginning instead.
+  void rewind(int fd);
 
   // The next entry, or false at the end. An error while reading (the process of a /proc directory
   // has gone) ends the directory; failed() tells such an end from a real one.
@@ -28,7 +31,8 @@ class Directory {
   bool failed() const { return failed_; }
 
  private:
-  unique_fd fd_;
+  unique_fd owned_;
+  int fd_;
   size_t position_ = 0;
   size_t filled_ = 0;
   bool failed_ = false;

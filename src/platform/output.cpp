@@ -8,14 +8,13 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <mutex>
-
+#include "platform/locks.h"
 #include "taskwarden/taskwarden.h"
 
 namespace {
 
-// Trivially destructible, so that a host which exits while the cycle runs finds them in order.
-std::mutex output_mutex;
+// Under Lock::kOutput. Trivially destructible, so that a host which exits while the cycle runs
+// finds them in order.
 taskwarden_output_fn output_sink = nullptr;
 void* output_context = nullptr;
 
@@ -91,8 +90,12 @@ iovec part(std::string_view text) {
 
 }  // namespace
 
+// A sink's own calls into the library would come back to it: what they say is dropped.
 void tw_output_report(std::string_view text) {
-  const std::lock_guard lock(output_mutex);
+  if (tw_holds(Lock::kOutput)) {
+    return;
+  }
+  const LockGuard lock(Lock::kOutput);
   if (output_sink != nullptr) {
     output_sink(output_context, TASKWARDEN_OUTPUT_REPORT, nullptr, text.data(), text.size());
     return;
@@ -102,7 +105,10 @@ void tw_output_report(std::string_view text) {
 }
 
 void tw_output_log(const char* tag, std::string_view text) {
-  const std::lock_guard lock(output_mutex);
+  if (tw_holds(Lock::kOutput)) {
+    return;
+  }
+  const LockGuard lock(Lock::kOutput);
   if (output_sink != nullptr) {
     output_sink(output_context, TASKWARDEN_OUTPUT_LOG, tag, text.data(), text.size());
     return;
@@ -114,7 +120,10 @@ void tw_output_log(const char* tag, std::string_view text) {
 }
 
 void taskwarden_set_output(taskwarden_output_fn sink, void* context) {
-  const std::lock_guard lock(output_mutex);
+  if (tw_holds(Lock::kOutput)) {
+    return;
+  }
+  const LockGuard lock(Lock::kOutput);
   output_sink = sink;
   output_context = context;
 }

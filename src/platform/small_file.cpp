@@ -8,7 +8,8 @@
 
 ssize_t tw_read_small_file(int directory_fd, const char* path, int flags, char* buffer,
                            size_t size) {
-  const unique_fd fd(::openat(directory_fd, path, O_RDONLY | O_CLOEXEC | flags));
+  const unique_fd fd =
+      tw_own_fd(::openat(directory_fd, path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags));
   if (!fd.ok()) {
     return -1;
   }

@@ -4,6 +4,7 @@
 #define PLATFORM_UNIQUE_FD_H_
 
 #include <errno.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <utility>
@@ -39,5 +40,16 @@ class unique_fd {
  private:
   int fd_ = -1;
 };
+
+// Owns `fd`, just opened, in a host that may have closed its standard descriptors: one that landed
+// there is moved away (close-on-exec), since whatever is written to standard output or error would
+// go to it. Not ok() with errno where it cannot be moved, and for a negative `fd`.
+inline unique_fd tw_own_fd(int fd) {
+  unique_fd opened(fd);
+  if (fd < 0 || fd > STDERR_FILENO) {
+    return opened;
+  }
+  return unique_fd(::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
 
 #endif  // PLATFORM_UNIQUE_FD_H_

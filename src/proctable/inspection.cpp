@@ -4,17 +4,21 @@
 #include <unistd.h>
 
 #include "audit/entry_blocks.h"
+#include "audit/event_draft.h"
 #include "audit/event_ids.h"
 #include "audit/poll.h"
-#include "inspect/maps.h"
-#include "inspect/open_files.h"
-#include "inspect/status.h"
-#include "interest/interest_list.h"
+#include "inspect/maps_parse.h"
+#include "inspect/open_files_count.h"
+#include "inspect/start_time.h"
+#include "inspect/status_parse.h"
+#include "interest/interest_mark.h"
 #include "platform/clock.h"
 #include "platform/proc_root.h"
-#include "proctable/storage.h"
+#include "platform/progress.h"
+#include "proctable/table_notes.h"
 #include "proctable/zygote.h"
 #include "report/log.h"
+#include "report/observers.h"
 
 namespace {
 
@@ -40,8 +44,12 @@ void unlink_entry(tw_process_list* list, tw_process_entry* entry) {
 void retire(tw_process_list* list, tw_process_entry* entry) {
   unlink_entry(list, entry);
   tw_event_poll_proc2exit(entry, Event_ProcExited);
-  *tw_fd_listing_of(entry->pid) = {};
+  const uint32_t pid = entry->pid;
+  if (tw_process_note* const note = tw_process_note_of(list, pid)) {
+    *note = {};
+  }
   *entry = {};
+  tw_give_back_slot(list, pid);
 }
 
 bool is_dummy_name(const char* name) {
@@ -49,13 +57,15 @@ bool is_dummy_name(const char* name) {
 }
 
 // The slot's process goes by another name than `previous`, the slot as it was before this visit,
-// which takes the blocks with it.
+// which takes the blocks with it: whoever is told of the event releases them.
 void begin_identity(tw_process_entry* entry, tw_process_entry* previous, int64_t now) {
   if (previous->desc.name[0] != '\0' && !is_dummy_name(previous->desc.name)) {
+    EventDraft::current().set_new_name(entry->desc.name);
     tw_event_poll_proc2exit(previous, Event_ProcRenamed);
+  } else {
+    // A slot polled under its dummy name may have blocks too, and no event goes out for it.
+    tw_release_entry_blocks(previous);
   }
-  // A slot polled under its dummy name may have blocks too, and no event goes out for it.
-  tw_release_entry_blocks(previous);
   entry->identity_time = now;
   entry->baseline_taken = false;
   entry->interested = is_interest(entry->desc.name);
@@ -77,15 +87,42 @@ void poll_if_watched(tw_process_list* list, tw_process_entry* entry, int64_t now
   tw_event_poll_process_entry(list, entry);
 }
 
+// Once for a process, and only while somebody observes.
+void note_start_time(const tw_process_entry& entry, tw_process_note* note) {
+  if (note != nullptr && note->start_time == 0 && tw_is_observed()) {
+    const uint64_t ticks = tw_read_start_time(entry.pid);
+    note->start_time = ticks != 0 ? ticks : TW_NO_START_TIME;
+  }
+}
+
+// What a visit could read, out of what it `asked` for.
+void note_known(const tw_process_list* list, tw_process_note* note, uint32_t known,
+                uint32_t asked) {
+  if (note != nullptr) {
+    note->known = known;
+  }
+  if ((known & asked) != asked) {
+    tw_count_unreadable(list);
+  }
+}
+
 void inspect(tw_process_list* list, tw_process_entry* entry) {
   constexpr int32_t kKthreadd = 2;
   constexpr int32_t kInit = 1;
   const int pid = static_cast<int>(entry->pid);
   const int64_t now = tw_clock_seconds();
+  tw_process_note* const note = tw_process_note_of(list, entry->pid);
   tw_process_entry previous = *entry;
-  tw_process_check_status(pid, &entry->desc);
+  uint32_t known = tw_process_read_status(pid, &entry->desc);
+  uint32_t asked = TASKWARDEN_KNOWN_THREADS;  // the last number of the status file
   if (entry->desc.ppid == kKthreadd) {
     ++list->kthread_count;
+    note_known(list, note, known, asked);
+    // Kernel tasks change their names all the time.
+    if (note != nullptr && previous.desc.ppid != kKthreadd) {
+      note->start_time = 0;
+    }
+    note_start_time(*entry, note);
     return;
   }
   if (is_runtime_proc(entry->desc.ppid)) {
@@ -94,17 +131,26 @@ void inspect(tw_process_list* list, tw_process_entry* entry) {
     ++list->native_count;
   }
   const bool renamed = strcmp(entry->desc.name, previous.desc.name) != 0;
-  tw_fd_listing* const listing = tw_fd_listing_of(entry->pid);
-  if (renamed) {
-    *listing = {};
+  if (renamed && note != nullptr) {
+    note->files = {};
   }
-  tw_process_recount_openfiles(pid, &entry->desc, listing);
+  asked |= TASKWARDEN_KNOWN_OPEN_FILES;
+  if (tw_process_recount_openfiles(pid, &entry->desc, note != nullptr ? &note->files : nullptr)) {
+    known |= TASKWARDEN_KNOWN_OPEN_FILES;
+  }
   if (previous.interested) {
-    tw_process_check_maps(pid, &entry->desc);
+    asked |= TASKWARDEN_KNOWN_MAPPED;
+    int32_t areas;
+    known |= tw_process_read_maps(pid, &entry->desc, &areas) ? TASKWARDEN_KNOWN_MAPPED : 0;
   }
+  note_known(list, note, known, asked);
   if (renamed) {
     begin_identity(entry, &previous, now);
+    if (note != nullptr) {
+      note->start_time = 0;
+    }
   }
+  note_start_time(*entry, note);
   poll_if_watched(list, entry, now);
 }
 
@@ -131,8 +177,10 @@ int32_t tw_process_list_iterate(tw_process_list* list, tw_process_entry* start, 
     ++visited;
     if (!is_alive(*entry)) {
       retire(list, entry);
+      tw_note_step();
     } else {
       inspect(list, entry);
+      tw_note_step();
       spent = tw_elapsed_ms(slice_start, tw_clock_now());
       if (spent >= budget_ms) {
         break;

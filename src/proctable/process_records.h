@@ -42,7 +42,7 @@ struct tw_process_entry {
 
 // The table. Its entries are linked from the newest to the oldest.
 struct tw_process_list {
-  tw_process_entry* entries;  // the slot of pid P is entries[P]; see tw_process_slots()
+  tw_process_entry* entries;  // the slot of pid P is entries[P]
   uint32_t count;             // entries linked
   uint32_t remaining;         // entries not yet visited in the pass under way
   uint32_t native_count;      // inspected in this pass: children of pid 1,

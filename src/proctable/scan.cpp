@@ -10,7 +10,8 @@
 #include "platform/clock.h"
 #include "platform/directory.h"
 #include "platform/proc_root.h"
-#include "proctable/storage.h"
+#include "platform/progress.h"
+#include "proctable/table_notes.h"
 #include "report/log.h"
 
 namespace {
@@ -27,24 +28,33 @@ void link_at_head(tw_process_list* list, uint32_t pid) {
   snprintf(entry->desc.name, sizeof(entry->desc.name), "<dummy %u>", pid);
 }
 
-void log_beyond_slots(long pid) {
+void log_beyond_slots(long pid, uint32_t slots) {
   static bool logged = false;
   if (!logged) {
     logged = true;
     TW_LOG(TW_TAG_STATS, ">> no slot for pid %ld, pids of %u and above are not watched!!\n", pid,
-           tw_process_slots());
+           slots);
   }
 }
 
 }  // namespace
 
 int32_t tw_process_list_refresh(tw_process_list* list) {
+  return tw_process_list_scan(list, -1);
+}
+
+int32_t tw_process_list_scan(tw_process_list* list, int spare_directory) {
   const timeval start = tw_clock_now();
+  const ReadingMark mark(TASKWARDEN_READS_DIRECTORY);
   Directory directory(tw_proc_root());
+  if (!directory.ok() && (errno == EMFILE || errno == ENFILE) && spare_directory >= 0) {
+    directory.rewind(spare_directory);
+  }
   if (!directory.ok()) {
     TW_LOG(TW_TAG_STATS, ">> failed to open \"proc\": %s\n", strerror(errno));
     return -1;
   }
+  const uint32_t slots = tw_process_slots(list);
   tw_dirent found;
   while (directory.next(&found)) {
     if (found.type != DT_DIR || found.name[0] < '0' || found.name[0] > '9') {
@@ -54,8 +64,8 @@ int32_t tw_process_list_refresh(tw_process_list* list) {
     if (pid < TW_FIRST_TRACKED_PID) {
       continue;
     }
-    if (static_cast<unsigned long>(pid) >= tw_process_slots()) {
-      log_beyond_slots(pid);
+    if (static_cast<unsigned long>(pid) >= slots) {
+      log_beyond_slots(pid, slots);
       continue;
     }
     if (list->entries[pid].pid == 0) {
@@ -66,6 +76,7 @@ int32_t tw_process_list_refresh(tw_process_list* list) {
   list->runtime_count = 0;
   list->kthread_count = 0;
   list->remaining = list->count;
+  tw_reset_unreadable_count(list);
   // A clock that was set back meanwhile must not look like a failure.
   return std::max(0, tw_elapsed_ms(start, tw_clock_now()));
 }

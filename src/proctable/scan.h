@@ -16,4 +16,9 @@ inline constexpr int32_t TW_FIRST_TRACKED_PID = 300;
 // directory cannot be opened. Allocates nothing. Cycle's thread only.
 int32_t tw_process_list_refresh(tw_process_list* list);
 
+// The same, except that where the process has no descriptor left to open the directory with
+// (EMFILE, ENFILE), the one open at `spare_directory` is listed from its beginning. -1: there is
+// none.
+int32_t tw_process_list_scan(tw_process_list* list, int spare_directory);
+
 #endif  // PROCTABLE_SCAN_H_

@@ -17,18 +17,17 @@ bool is_suspicious(const tw_process_desc& desc) {
 }  // namespace
 
 void tw_process_list_dump(tw_process_list* list) {
-  tw_reporter().report(1, "-> Dump parts of %d processes:\n", static_cast<int>(list->count));
+  TW_REPORT("-> Dump parts of %d processes:\n", static_cast<int>(list->count));
   int index = 0;
   for (const tw_process_entry* entry = list->head; entry != nullptr; entry = entry->next, ++index) {
     const tw_process_desc& desc = entry->desc;
     if (desc.ppid < kFirstListedParent || !is_suspicious(desc)) {
       continue;
     }
-    tw_reporter().report(
-        1, "%6d %6lu %16s [%c] : rss total [%7lu/%7lu], threads [%u], openfils [%u/%u]\n", index,
-        static_cast<unsigned long>(entry->pid), desc.name, desc.state,
-        static_cast<unsigned long>(desc.vm_rss_kb), static_cast<unsigned long>(desc.vm_hwm_kb),
-        static_cast<unsigned>(desc.threads), static_cast<unsigned>(desc.open_files),
-        static_cast<unsigned>(desc.fd_size));
+    TW_REPORT("%6d %6lu %16s [%c] : rss total [%7lu/%7lu], threads [%u], openfils [%u/%u]\n", index,
+              static_cast<unsigned long>(entry->pid), desc.name, desc.state,
+              static_cast<unsigned long>(desc.vm_rss_kb),
+              static_cast<unsigned long>(desc.vm_hwm_kb), static_cast<unsigned>(desc.threads),
+              static_cast<unsigned>(desc.open_files), static_cast<unsigned>(desc.fd_size));
   }
 }

@@ -9,7 +9,8 @@
 #include "taskwarden/export.h"
 
 // Connects to the service. Returns the connected descriptor, close-on-exec and owned by the caller,
-// or a negative value with errno after logging it. Waits at most TW_SOCKET_WAIT_MS. Where the
+// or a negative value with errno after logging it. Waits at most 50 ms, and
+// the cycle at most 100 ms in all of a pass. Where the
 // system's own socket_local_client() connects, neither bound nor close-on-exec is promised. Any
 // thread.
 TW_EXPORT int32_t setupConnection();

@@ -3,44 +3,47 @@
 #include <stdlib.h>
 
 #include "audit/poll.h"
-#include "inspect/parse_pair.h"
+#include "inspect/key_table.h"
+#include "inspect/system/meminfo_parse.h"
 #include "platform/clock.h"
 #include "platform/proc_root.h"
+#include "platform/progress.h"
 #include "report/log.h"
 
 namespace {
 
 // A line is recognised by these leading bytes alone.
-constexpr struct {
+struct MeminfoKey {
   std::string_view prefix;
   const char* name;
   int32_t tw_meminfo_t::*field;
-} kKeys[] = {
+  bool is_last = false;
+};
+
+constexpr MeminfoKey kKeys[] = {
     {"MemTota", "MemTotal", &tw_meminfo_t::mem_total_kb},
     {"MemFre", "MemFree", &tw_meminfo_t::mem_free_kb},
     {"MemAvail", "MemAvailable", &tw_meminfo_t::mem_available_kb},
-    {"SUnrec", "SUnreclaim", &tw_meminfo_t::sunreclaim_kb},
+    {"SUnrec", "SUnreclaim", &tw_meminfo_t::sunreclaim_kb, true},
 };
+constexpr KeyTable kMeminfoLines(kKeys);
 
 }  // namespace
 
 void tw_meminfo_parse(LineReader& lines, tw_meminfo_t* meminfo) {
-  for (std::string_view text; !(text = lines.next()).empty();) {
-    for (const auto& key : kKeys) {
-      if (!text.starts_with(key.prefix)) {
-        continue;
-      }
-      char* const line = lines.c_str();
-      const int position = parse_pair(line);
-      if (position < 0) {
-        TW_LOG(TW_TAG_STATS, ">> failed to get %s!!\n", key.name);
-        return;
-      }
-      meminfo->*key.field = atoi(line + position);
-      if (key.field == &tw_meminfo_t::sunreclaim_kb) {
-        return;
-      }
-      break;
+  for (std::string_view line; !(line = lines.next()).empty();) {
+    const MeminfoKey* const key = kMeminfoLines.find(line);
+    if (key == nullptr) {
+      continue;
+    }
+    const char* const value = value_of(lines);
+    if (value == nullptr) {
+      TW_LOG(TW_TAG_STATS, ">> failed to get %s!!\n", key->name);
+      return;
+    }
+    meminfo->*key->field = atoi(value);
+    if (key->is_last) {
+      return;
     }
   }
 }
@@ -51,6 +54,7 @@ uint32_t tw_system_check_meminfo(tw_meminfo_t* meminfo) {
   tw_meminfo_t* record = meminfo != nullptr ? meminfo : &__meminfo;
   *record = {};
   {
+    const ReadingMark mark(TASKWARDEN_READS_MEMINFO);
     LineReader lines = LineReader::open(ProcPath("/meminfo").c_str());
     if (!lines.ok()) {
       TW_LOG(TW_TAG_STATS, ">> failed to open meminfo!!\n");

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 
-#include "inspect/line_reader.h"
 #include "inspect/system/meminfo_record.h"
 #include "taskwarden/export.h"
 
@@ -14,8 +13,5 @@
 // (logged). Figures are 32-bit: one of 2^31 kB (2 TiB) or more is not represented. Cycle's thread
 // only.
 TW_EXPORT uint32_t tw_system_check_meminfo(tw_meminfo_t* meminfo);
-
-// The reading on text alone: up to the "SUnreclaim:" line, the end, or a failure.
-void tw_meminfo_parse(LineReader& lines, tw_meminfo_t* meminfo);
 
 #endif  // INSPECT_SYSTEM_MEMINFO_H_

@@ -5,8 +5,10 @@
 #include <algorithm>
 
 #include "inspect/field_walker.h"
+#include "inspect/system/slabinfo_parse.h"
 #include "platform/clock.h"
 #include "platform/proc_root.h"
+#include "platform/progress.h"
 #include "platform/text_field.h"
 #include "report/log.h"
 #include "report/reporter.h"
@@ -55,12 +57,15 @@ uint32_t tw_system_check_slabinfo(tw_slabinfo_t* slabinfo) {
   const timeval start = tw_clock_now();
   tw_slabinfo_t* census = slabinfo != nullptr ? slabinfo : &__slabinfo;
   *census = {};
-  LineReader lines = LineReader::open(ProcPath("/slabinfo").c_str());
-  if (!lines.ok()) {
-    TW_LOG(TW_TAG_STATS, ">> failed to open slabinfo!!\n");
-    return 0;
+  {
+    const ReadingMark mark(TASKWARDEN_READS_SLABINFO);
+    LineReader lines = LineReader::open(ProcPath("/slabinfo").c_str());
+    if (!lines.ok()) {
+      TW_LOG(TW_TAG_STATS, ">> failed to open slabinfo!!\n");
+      return 0;
+    }
+    tw_slabinfo_parse(lines, census);
   }
-  tw_slabinfo_parse(lines, census);
   std::sort(census->entries, census->entries + census->count,
             [](const tw_slab_entry_t& a, const tw_slab_entry_t& b) {
               return static_cast<int32_t>(a.total_bytes) > static_cast<int32_t>(b.total_bytes);
@@ -68,13 +73,12 @@ uint32_t tw_system_check_slabinfo(tw_slabinfo_t* slabinfo) {
   return static_cast<uint32_t>(tw_elapsed_ms(start, tw_clock_now()));
 }
 
-void tw_slabinfo_dump(const tw_slabinfo_t* slabinfo, int32_t top_n) {
-  tw_reporter().report(1, "SLAB has %u entries (size>0), totally %u bytes; TOP-%d:\n",
-                       static_cast<unsigned>(slabinfo->count), slabinfo->total_bytes, top_n);
+void tw_slabinfo_dump(tw_slabinfo_t* slabinfo, int32_t top_n) {
+  TW_REPORT("SLAB has %u entries (size>0), totally %u bytes; TOP-%d:\n",
+            static_cast<unsigned>(slabinfo->count), slabinfo->total_bytes, top_n);
   for (int32_t i = 0; i < std::min(top_n, TW_SLAB_ENTRIES); ++i) {
     const tw_slab_entry_t& entry = slabinfo->entries[i];
-    tw_reporter().report(1, "\t #%2d %20s: %6d %6d, totalsz: %d\n", i + 1, entry.name,
-                         entry.active_objs, entry.obj_size,
-                         static_cast<int32_t>(entry.total_bytes));
+    TW_REPORT("\t #%2d %20s: %6d %6d, totalsz: %d\n", i + 1, entry.name, entry.active_objs,
+              entry.obj_size, static_cast<int32_t>(entry.total_bytes));
   }
 }

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 
-#include "inspect/line_reader.h"
 #include "inspect/system/slabinfo_record.h"
 #include "taskwarden/export.h"
 
@@ -16,18 +15,7 @@
 TW_EXPORT uint32_t tw_system_check_slabinfo(tw_slabinfo_t* slabinfo);
 
 // Reports a header and the first `top_n` rows (at most 256; none below 1), empty ones included.
-// `slabinfo` must not be null. Cycle's thread
-// only.
-TW_EXPORT void tw_slabinfo_dump(const tw_slabinfo_t* slabinfo, int32_t top_n);
-
-// The reading on text alone, unranked.
-void tw_slabinfo_parse(LineReader& lines, tw_slabinfo_t* slabinfo);
-
-// The format of a cache's line, of which all five conversions must succeed.
-inline constexpr const char* TW_SLAB_FORMAT = "%s %d %d %d %s";
-
-// One line (at most 1023 bytes) into the first three fields of `entry`, with the result of sscanf
-// with TW_SLAB_FORMAT. The name is cut at its field's size.
-int parse_slab(std::string_view line, tw_slab_entry_t* entry);
+// `slabinfo` must not be null, and is not changed. Cycle's thread only.
+TW_EXPORT void tw_slabinfo_dump(tw_slabinfo_t* slabinfo, int32_t top_n);
 
 #endif  // INSPECT_SYSTEM_SLABINFO_H_

@@ -8,6 +8,7 @@
 #include <sys/un.h>
 #include <time.h>
 
+#include "platform/socket_wait.h"
 #include "platform/unique_fd.h"
 
 namespace {
@@ -43,23 +44,30 @@ int socket_local_client(const char* name, int namespace_id, int type) {
   memcpy(address.sun_path + 1, name, length);
   const socklen_t size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + length);
 
-  unique_fd fd(::socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
+  const int64_t bound = tw_wait_left_us();
+  const int waiting = bound > 0 ? 0 : SOCK_NONBLOCK;
+  unique_fd fd = tw_own_fd(::socket(AF_UNIX, type | SOCK_CLOEXEC | waiting, 0));
   if (!fd.ok()) {
     return -1;
   }
-  constexpr int64_t bound = int64_t{TW_SOCKET_WAIT_MS} * 1000;
-  const int64_t deadline = monotonic_us() + bound;
-  for (int64_t left = bound; left > 0; left = deadline - monotonic_us()) {
-    if (!set_send_timeout(fd.get(), left)) {
+  const int64_t begin = monotonic_us();
+  int64_t left = bound;
+  do {
+    if (bound > 0 && !set_send_timeout(fd.get(), left)) {
       return -1;
     }
     if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), size) == 0) {
+      tw_spend_wait(monotonic_us() - begin, false);
       return fd.release();
     }
     if (errno != EINTR) {
-      return -1;
+      break;
     }
-  }
-  errno = EAGAIN;
+    errno = EAGAIN;
+    left = begin + bound - monotonic_us();
+  } while (left > 0);
+  const int error = errno;
+  tw_spend_wait(monotonic_us() - begin, error == EAGAIN);
+  errno = error;
   return -1;
 }
