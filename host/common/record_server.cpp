@@ -1,0 +1,228 @@
+#include "host/common/record_server.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <stddef.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace host {
+namespace {
+
+// Connections waiting to be accepted; a sender does not wait for room for long. The kernel has a
+// limit of its own (net.core.somaxconn in listen(2)).
+constexpr int kBacklog = 4096;
+// Connections accepted before those that have sent something are served again.
+constexpr int kAcceptsAtOnce = 64;
+// How often the clock is looked at while a connection has a deadline or the listener a rest.
+constexpr int kTickMs = 100;
+// How long to leave the listener alone after it failed, instead of asking again at once and for
+// ever (accept(2): EMFILE leaves the connection in the queue).
+constexpr std::chrono::milliseconds kAcceptRest{200};
+
+Sender sender_of(const unique_fd& connection) {
+  ucred peer = {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
+  socklen_t size = sizeof(peer);
+  ::getsockopt(connection.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
+  return {peer.pid, peer.uid};
+}
+
+}  // namespace
+
+unique_fd listen_on(std::string_view name) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  if (name.size() > kSocketNameMax) {
+    errno = ENAMETOOLONG;
+    return {};
+  }
+  // An abstract name is every byte after a leading NUL, with no terminator (unix(7)).
+  std::copy(name.begin(), name.end(), address.sun_path + 1);
+  const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  unique_fd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!fd.ok() || ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
+      ::listen(fd.get(), kBacklog) != 0) {
+    return {};
+  }
+  return fd;
+}
+
+Senders Senders::trusted() {
+  return {.uids = {0, ::geteuid()}};
+}
+
+bool Senders::include(uid_t uid) const {
+  return anyone || std::find(uids.begin(), uids.end(), uid) != uids.end();
+}
+
+RecordServer::RecordServer(unique_fd listener, Senders senders, Limits limits, RecordFn on_record,
+                           RefusalFn on_refusal)
+    : listener_(std::move(listener)),
+      senders_(std::move(senders)),
+      limits_(limits),
+      on_record_(std::move(on_record)),
+      on_refusal_(std::move(on_refusal)) {}
+
+bool RecordServer::run() {
+  std::vector<pollfd> polled;
+  while (!ended_) {
+    const Clock::time_point now = Clock::now();
+    polled.clear();
+    for (const Connection& connection : connections_) {
+      polled.push_back({connection.fd.get(), POLLIN, 0});
+    }
+    const bool accept_rests = now < accept_from_;
+    polled.push_back({accept_rests ? -1 : listener_.get(), POLLIN, 0});
+    const bool idle = connections_.empty() && !accept_rests && untold_ == 0;
+    const int wait_ms = idle ? -1 : kTickMs;
+    if (::poll(polled.data(), polled.size(), wait_ms) < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      on_refusal_(std::string("cannot wait for records: ") + ::strerror(errno));
+      return false;
+    }
+    // What has arrived counts before what is late, and both before who comes new.
+    for (size_t i = 0; i < connections_.size() && !ended_; ++i) {
+      if (polled[i].revents != 0) {
+        receive(connections_[i]);
+      }
+      if (connections_[i].fd.ok() && connections_[i].deadline <= now) {
+        drop(connections_[i], "it did not end in time");
+      }
+    }
+    std::erase_if(connections_, [](const Connection& connection) { return !connection.fd.ok(); });
+    for (int i = 0; i < kAcceptsAtOnce && polled.back().revents != 0 && !ended_; ++i) {
+      if (!accept_one(now)) {
+        break;
+      }
+    }
+    tell_refusals(now);
+  }
+  return true;
+}
+
+std::string RecordServer::refusals() const {
+  const uint64_t senders = refused_senders_;
+  const uint64_t texts = refused_texts_;
+  return senders + texts == 0 ? ""
+                              : "records refused: " + std::to_string(senders + texts) + " (" +
+                                    std::to_string(senders) + " for their sender, " +
+                                    std::to_string(texts) + " for their content)";
+}
+
+bool RecordServer::accept_one(Clock::time_point now) {
+  unique_fd fd(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  const int error = errno;
+  if (!fd.ok() && (error == EINTR || error == EAGAIN || error == ECONNABORTED)) {
+    return false;
+  }
+  const Sender sender = fd.ok() ? sender_of(fd) : Sender();
+  if (fd.ok() && !senders_.include(sender.uid)) {
+    ++refused_senders_;
+    count_refusal(sender, "its user may not send records");
+    return true;
+  }
+  if (!connections_.empty() && (!fd.ok() || connections_.size() >= limits_.connections)) {
+    // Silent clients may well be what uses up the descriptors.
+    drop(connections_.front(), "too many others came after it");
+    connections_.erase(connections_.begin());
+  } else if (!fd.ok()) {
+    accept_from_ = now + kAcceptRest;
+    if (!std::exchange(accept_failing_, true)) {
+      on_refusal_(std::string("cannot accept connections: ") + ::strerror(error));
+    }
+  }
+  const bool accepted = fd.ok();
+  if (accepted) {
+    accept_failing_ = false;
+    connections_.push_back({std::move(fd), sender, now + limits_.patience});
+    receive(connections_.back());
+  }
+  return accepted;
+}
+
+// Takes what is there, at most one read of it, so that nobody is served twice before the next.
+void RecordServer::receive(Connection& connection) {
+  char chunk[kRecordMax + 1];
+  const ssize_t n = ::recv(connection.fd.get(), chunk, sizeof(chunk), 0);
+  if (n < 0) {
+    if (errno != EINTR && errno != EAGAIN) {
+      drop(connection, ::strerror(errno));
+    }
+    return;
+  }
+  if (n == 0) {
+    drop(connection, connection.text.empty() ? "nothing was sent" : "it ended before its NUL");
+    return;
+  }
+  std::string_view rest(chunk, static_cast<size_t>(n));
+  if (!connection.delivered) {
+    const size_t end = rest.find('\0');
+    connection.text += rest.substr(0, end);
+    if (connection.text.size() > kRecordMax) {
+      refuse(connection, "it is longer than 8191 bytes");
+      return;
+    }
+    if (end == rest.npos) {
+      return;
+    }
+    deliver(connection);
+    rest.remove_prefix(end + 1);
+  }
+  if (!rest.empty() && connection.fd.ok()) {
+    refuse(connection, "more follows the record, which was accepted");
+  }
+}
+
+void RecordServer::deliver(Connection& connection) {
+  std::string_view why;
+  const std::optional<Record> record = parse_record(connection.text, &why);
+  if (!record) {
+    refuse(connection, why);
+    return;
+  }
+  connection.delivered = true;
+  ended_ = !on_record_(*record, connection.text, connection.sender);
+}
+
+// Ends a connection, without a word when its record has been delivered.
+void RecordServer::drop(Connection& connection, std::string_view why) {
+  if (connection.delivered) {
+    connection.fd.reset();
+  } else {
+    refuse(connection, why);
+  }
+}
+
+void RecordServer::refuse(Connection& connection, std::string_view why) {
+  connection.fd.reset();
+  ++refused_texts_;
+  count_refusal(connection.sender, why);
+}
+
+void RecordServer::count_refusal(const Sender& sender, std::string_view why) {
+  ++untold_;
+  last_refusal_ = "from pid " + std::to_string(sender.pid) + ", uid " + std::to_string(sender.uid) +
+                  ": " + std::string(why);
+  tell_refusals(Clock::now());
+}
+
+// Anyone can cause refusals, at any rate, so that not each gets its line.
+void RecordServer::tell_refusals(Clock::time_point now) {
+  if (untold_ == 0 || now < quiet_until_) {
+    return;
+  }
+  on_refusal_(untold_ == 1
+                  ? "refused a record " + last_refusal_
+                  : "refused " + std::to_string(untold_) + " records, the last " + last_refusal_);
+  untold_ = 0;
+  quiet_until_ = now + limits_.quiet;
+}
+
+}  // namespace host

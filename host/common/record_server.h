@@ -1,0 +1,102 @@
+// The receiving end of the record socket: one thread, one poll loop, many connections, so that no
+// client can hold up another by what it sends or leaves unsent.
+#ifndef HOST_COMMON_RECORD_SERVER_H_
+#define HOST_COMMON_RECORD_SERVER_H_
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/common/record.h"
+#include "platform/unique_fd.h"
+
+namespace host {
+
+// The socket on which watchdogs send their records, in the abstract namespace of AF_UNIX.
+inline constexpr char kRecordSocket[] = "taskwarden_native_socket";
+// The longest abstract name there is, in bytes (unix(7)).
+inline constexpr size_t kSocketNameMax = 107;
+
+// Whose connections are taken. Who a sender is, the kernel tells.
+struct Senders {
+  bool anyone = false;
+  std::vector<uid_t> uids{};
+
+  // Root and the user we run as.
+  static Senders trusted();
+  bool include(uid_t uid) const;
+};
+
+// A listening socket of the abstract name `name`, close-on-exec and non-blocking. Not ok() on
+// failure, with errno: EADDRINUSE when another process has the name, ENAMETOOLONG.
+unique_fd listen_on(std::string_view name);
+
+class RecordServer {
+ public:
+  // Given each record with its text as it came, NUL excluded. False ends run().
+  using RecordFn = std::function<bool(const Record&, std::string_view text, const Sender&)>;
+  // Given a line, without a line feed, on what was refused.
+  using RefusalFn = std::function<void(const std::string& line)>;
+
+  struct Limits {
+    size_t connections = 64;                   // at most so many at once; the oldest gives way
+    std::chrono::milliseconds patience{5000};  // from a connection's beginning to its end
+    std::chrono::milliseconds quiet{1000};     // between two lines on refusals, which count them
+  };
+
+  // `listener` is a non-blocking listening socket, as of listen_on().
+  RecordServer(unique_fd listener, Senders senders, Limits limits, RecordFn on_record,
+               RefusalFn on_refusal);
+
+  // Serves until `on_record` returns false (result true), or the connections can no longer be
+  // waited for (false, once `on_refusal` has been told). Calls both on the calling thread.
+  bool run();
+
+  // How much was refused so far, as a phrase ("records refused: 3 ..."); empty if nothing was. Any
+  // thread, also while the server runs.
+  std::string refusals() const;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Connection {
+    unique_fd fd;  // not ok: to be forgotten
+    Sender sender;
+    Clock::time_point deadline;
+    std::string text{};      // what has come of the record
+    bool delivered = false;  // the record is done; what is awaited is the end
+  };
+
+  // False when there is nothing more to accept for now.
+  bool accept_one(Clock::time_point now);
+  void receive(Connection& connection);
+  void deliver(Connection& connection);
+  void drop(Connection& connection, std::string_view why);
+  void refuse(Connection& connection, std::string_view why);
+  void count_refusal(const Sender& sender, std::string_view why);
+  void tell_refusals(Clock::time_point now);
+
+  const unique_fd listener_;
+  const Senders senders_;
+  const Limits limits_;
+  const RecordFn on_record_;
+  const RefusalFn on_refusal_;
+  std::vector<Connection> connections_;  // the oldest first
+  Clock::time_point accept_from_{};      // no connection is taken before
+  bool accept_failing_ = false;
+  bool ended_ = false;
+  std::atomic<uint64_t> refused_senders_{0};
+  std::atomic<uint64_t> refused_texts_{0};
+  uint64_t untold_ = 0;              // refusals that no line was given for
+  std::string last_refusal_;         // of these
+  Clock::time_point quiet_until_{};  // no line on refusals is given before
+};
+
+}  // namespace host
+
+#endif  // HOST_COMMON_RECORD_SERVER_H_

@@ -1,0 +1,17 @@
+// Wrong usage in one plain sentence.
+#ifndef HOST_COMMON_USAGE_ERROR_H_
+#define HOST_COMMON_USAGE_ERROR_H_
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+namespace host {
+
+// What is wrong with the command line on which `app` threw `error` while it parsed: an unknown
+// command or option, with the one that was probably meant, before anything else. Quotes what was
+// given byte for byte.
+std::string usage_error(const CLI::App& app, const CLI::ParseError& error);
+
+}  // namespace host
+
+#endif  // HOST_COMMON_USAGE_ERROR_H_

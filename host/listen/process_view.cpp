@@ -1,0 +1,74 @@
+#include "host/listen/process_view.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+#include "host/common/escape.h"
+#include "host/common/file_text.h"
+
+namespace host {
+namespace {
+
+constexpr size_t kMost = 4096;
+
+// The rest of the first line of `text` that begins with `key`.
+std::optional<std::string> line_after(std::string_view text, std::string_view key) {
+  while (!text.empty()) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    if (line.starts_with(key)) {
+      return std::string(line.substr(key.size()));
+    }
+    text.remove_prefix(std::min(text.size(), line.size() + 1));
+  }
+  return std::nullopt;
+}
+
+// NSpid lists a process's pid in each namespace from the reader's inwards, so that there is one
+// alone when both have the same (proc(5)).
+bool numbers_as_we_do(const Sender& sender, const std::string& proc_root) {
+  const FileText status = read_file(proc_root + "/" + std::to_string(sender.pid) + "/status");
+  const std::optional<std::string> pids = line_after(status.text, "NSpid:");
+  return sender.pid > 0 && pids == "\t" + std::to_string(sender.pid);
+}
+
+}  // namespace
+
+ProcessView view_process(const Record& record, const Sender& sender, const std::string& proc_root) {
+  ProcessView view;
+  if (record.pid <= 0 || !numbers_as_we_do(sender, proc_root)) {
+    return view;
+  }
+  const std::string process = proc_root + "/" + std::to_string(record.pid);
+  const FileText cgroup = read_file(process + "/cgroup");
+  if (cgroup.error == 0) {
+    // The unified hierarchy's, or else that by which systemd knows it (cgroups(7)).
+    view.cgroup = line_after(cgroup.text, "0::");
+    view.cgroup = view.cgroup ? view.cgroup : line_after(cgroup.text, "1:name=systemd:");
+  }
+  const FileText words = read_file(process + "/cmdline", kMost);
+  std::string_view rest = words.text;
+  while (!rest.empty()) {
+    view.command.emplace_back(rest.substr(0, rest.find('\0')));
+    rest.remove_prefix(std::min(rest.size(), view.command.back().size() + 1));
+  }
+  return view;
+}
+
+void add_view(const ProcessView& view, Json* object) {
+  (*object)["cgroup"] = view.cgroup ? Json(*view.cgroup) : Json();
+  (*object)["command_line"] = view.command.empty() ? Json() : Json(view.command);
+}
+
+std::string view_text(const ProcessView& view) {
+  std::string text;
+  if (view.cgroup) {
+    text += "\tcontrol group: " + escape_text(*view.cgroup) + "\n";
+  }
+  for (const std::string& word : view.command) {
+    text += (&word == &view.command.front() ? "\tcommand line: " : " ") + escape_text(word);
+  }
+  return text + (view.command.empty() ? "" : "\n");
+}
+
+}  // namespace host

@@ -1,0 +1,187 @@
+#include "host/watch/watch_command.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "host/common/escape.h"
+#include "host/common/option_checks.h"
+#include "host/common/output.h"
+#include "host/common/record_server.h"
+#include "host/common/until_signal.h"
+#include "host/watch/watch_log.h"
+#include "taskwarden/taskwarden.h"
+
+namespace host {
+namespace {
+
+// What the library takes of the property: 91 bytes and a NUL, as on Android.
+constexpr size_t kInterestMax = 91;
+// What may be kept to explain growth, of all processes together.
+constexpr size_t kInventoryBytes = 16 << 20;
+
+constexpr char kFooter[] =
+    R"(Inspects the processes with pid 300 or higher every 2 seconds, a part at a time if they are many.
+Reports on standard output what grew, by how much, and in which threads, files or memory areas.
+Reports failures on standard error as "E/tag: text". Run it as root to see all details of the
+processes of other users.
+
+The most important events are also sent as records to the abstract socket taskwarden_native_socket.
+If no other process listens there, this one does. It accepts records from root and from its own
+user, and prints each on a line of standard output that begins with "record: ". There, unprintable
+bytes are written as \xNN, and backslashes are doubled.
+
+Processes choose their names, which can hold any bytes. On a terminal, unprintable bytes are written
+as \xNN. Elsewhere only line feeds and carriage returns are, so that no name can begin a line.
+
+An explanation shows at most 200 rows, and says how many more there are.
+
+With --log-format json each line of both outputs is one object with "time" (UTC) and these fields:
+  event                   name of an event
+  pid, name, start,       of process events: the process, when it started (clock ticks after boot,
+  before, after           if known), and its value before and after. System events have their
+                          figures instead; rankings have neither
+  explanation             what grew, by name ("created", "opened", "divisions"), from the second
+                          event of a kind on; or the "ranking"
+  text                    any other line of the log
+  record                  a received record, with the fields of "listen --json"
+  tag, failure            a failure, "E/tag: failure" in the text
+  message                 a message of this program, "taskwarden: message" in the text
+
+If an output is not read, its oldest lines are dropped, and a line says how many. At the end and on
+SIGQUIT, standard error says how many records could not be delivered and how many were refused.
+
+Signals:
+  SIGUSR1          pause after the current pass
+  SIGUSR2          resume
+  SIGQUIT          after the current pass, or at once when paused: list the processes with
+                   suspicious numbers, and the memory of interesting processes
+  SIGINT, SIGTERM  stop at once with status 0
+
+Exit status: 0 when stopped by a signal, 1 when there is nothing to watch or the process file system
+cannot be opened, 2 on wrong usage. A closed pipe ends the program by SIGPIPE.
+
+Examples: taskwarden watch --interest surfaceflinger 2>errors.log | grep -A 20 Event_
+          taskwarden watch --log-format json | jq -c 'select(.event == "Event_ThreadAmount")')";
+
+struct Options {
+  std::string interest{};  // empty: what the environment says
+  std::string proc_root = "/proc";
+  bool no_service = false;  // leave the record socket alone
+  LogStyle log{};
+};
+
+// What got lost so far, if anything did. `server` is null if there is none.
+void say_losses(const RecordServer* server) {
+  if (const uint64_t records = undelivered_records(); records != 0) {
+    say("records not delivered: " + std::to_string(records));
+  }
+  if (const std::string refusals = server != nullptr ? server->refusals() : ""; !refusals.empty()) {
+    say(refusals);
+  }
+}
+
+// The record socket, answered on a thread that runs until the process ends, as does the server.
+// Null if it cannot be.
+const RecordServer* answer_records() {
+  unique_fd listener = listen_on(kRecordSocket);
+  if (!listener.ok()) {
+    const std::string reason =
+        errno == EADDRINUSE ? "another process already does" : ::strerror(errno);
+    say("not listening on \"" + std::string(kRecordSocket) + "\": " + reason);
+    return nullptr;
+  }
+  static auto* const server =
+      new RecordServer(std::move(listener), Senders::trusted(), {}, log_record, say);
+  std::thread([] { server->run(); }).detach();
+  return server;
+}
+
+// Runs the cycle and, should it return, says why. Returns the exit status.
+int run_cycle(const std::string& proc_root) {
+  const int32_t result = taskwarden_start();
+  taskwarden_progress progress = {};
+  progress.size = sizeof(progress);
+  taskwarden_get_progress(&progress);
+  if (result == TASKWARDEN_CANNOT_READ) {
+    say("cannot open the process file system at \"" + escape_text(proc_root) + "\"");
+  } else if (progress.slots_were_refused != 0) {
+    say("nothing to watch: the system refused memory for pids of " +
+        std::to_string(progress.slots) + " and higher, and no process has a pid from 300 to that");
+  } else {
+    say("nothing to watch: no process has pid 300 or higher; a small container may have none");
+  }
+  return 1;
+}
+
+// On a thread of its own, since a call to the library waits for its output, and the end of the
+// program must not.
+void obey_signals(const RecordServer* server) {
+  std::thread([server] {
+    const sigset_t set = signal_set({SIGQUIT, SIGUSR1, SIGUSR2});
+    for (int signal = 0; sigwait(&set, &signal) == 0;) {
+      if (signal == SIGQUIT) {
+        say_losses(server);
+        taskwarden_request_dump();
+      } else {
+        taskwarden_notify(signal == SIGUSR1 ? 1 : 0);
+      }
+    }
+  }).detach();
+}
+
+int run(const Options& options) {
+  block_signals({SIGQUIT, SIGUSR1, SIGUSR2});
+  if (!options.interest.empty()) {
+    ::setenv("TW_STATS_INTEREST", options.interest.c_str(), 1);
+  }
+  taskwarden_limit_inventories(kInventoryBytes);
+  taskwarden_limit_receivers(nullptr, 0);
+  queue_output();
+  start_log(options.log);
+  const RecordServer* const server = options.no_service ? nullptr : answer_records();
+  obey_signals(server);
+  const int status = run_until_signal([root = options.proc_root] { return run_cycle(root); });
+  say_losses(server);
+  return status;
+}
+
+}  // namespace
+
+void add_watch_command(CLI::App& app, std::function<int()>* chosen) {
+  const auto options = std::make_shared<Options>();
+  CLI::App& command = *app.add_subcommand("watch", "Watch all processes until stopped");
+  command.footer(kFooter);
+  command.callback([=] { *chosen = [options] { return run(*options); }; });
+  command
+      .add_option("--interest", options->interest,
+                  "Also read the memory areas of some processes:\n"
+                  "those whose \"name#pid\" contains TEXT, which is at most\n"
+                  "91 bytes long; if it begins with 0, none (default:\n"
+                  "TW_STATS_INTEREST from the environment)")
+      ->option_text("TEXT")
+      ->check(must_fit(kInterestMax));
+  add_proc_root(command, &options->proc_root);
+  command.add_flag("--no-service", options->no_service, "Do not listen for records");
+  command.add_option("--log-format", options->log.json, "Format of the log (default text)")
+      ->option_text("text|json")
+      ->transform(must_stand_for<bool>({{"text", false}, {"json", true}}));
+  command.add_flag("--timestamps", options->log.timestamps,
+                   "Add a line with the time to each block of text");
+  command
+      .add_option("--color", options->log.color,
+                  "Colour the headlines of the text (default auto:\n"
+                  "on a terminal, unless NO_COLOR is set)")
+      ->option_text("auto|always|never")
+      ->transform(must_stand_for<Color>(
+          {{"auto", Color::kAuto}, {"always", Color::kAlways}, {"never", Color::kNever}}));
+}
+
+}  // namespace host

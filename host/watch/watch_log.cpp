@@ -1,0 +1,177 @@
+#include "host/watch/watch_log.h"
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "host/common/escape.h"
+#include "host/common/iso_time.h"
+#include "host/common/json_line.h"
+#include "host/common/output.h"
+#include "host/common/record_format.h"
+#include "host/watch/event_object.h"
+#include "taskwarden/observers.h"
+#include "taskwarden/taskwarden.h"
+
+namespace host {
+namespace {
+
+using std::chrono::system_clock;
+
+constexpr std::string_view kRule = "-------------------------------------------------------\n";
+
+std::atomic<uint64_t> undelivered{0};
+
+std::string now_text() {
+  return iso_time(system_clock::now());
+}
+
+std::string tag_text(const char* tag) {
+  return tag != nullptr ? tag : "";
+}
+
+class TextLog {
+ public:
+  explicit TextLog(const LogStyle& style)
+      : timestamps_(style.timestamps), color_(is_coloured(style.color)) {}
+
+  void report(std::string_view text) {
+    // Rows begin with a tab, and nothing else does.
+    if (text.starts_with('\t')) {
+      if (++rows_ > kMostRows) {
+        return;
+      }
+    } else {
+      tell_more_rows();
+    }
+    // An empty line is the first of each event's.
+    const Place place = text == "\n" ? Place::kBegins : Place::kContinues;
+    const bool headline =
+        text.starts_with("-> ") || text.starts_with("Event_") || text.starts_with("AuditEvent_");
+    if (color_ && headline) {
+      write_text(Stream::kOut, coloured(text), place);
+    } else {
+      print(Stream::kOut, text, place);
+    }
+    if (timestamps_ && text == kRule) {
+      print(Stream::kOut, "at " + now_text() + "\n", Place::kContinues);
+    }
+  }
+
+  // Says how many rows were left out since the last other text, if any were.
+  void tell_more_rows() {
+    const size_t rows = std::exchange(rows_, 0);
+    if (rows > kMostRows) {
+      print(Stream::kOut, "\t ... and " + std::to_string(rows - kMostRows) + " more\n",
+            Place::kContinues);
+    }
+  }
+
+  void failure(const char* tag, std::string_view text) {
+    const std::string line = "E/" + tag_text(tag) + ": " + std::string(text);
+    print(Stream::kErr, text.ends_with('\n') ? line : line + "\n", Place::kBegins);
+  }
+
+ private:
+  static bool is_coloured(Color color) {
+    const char* const no_color = ::getenv("NO_COLOR");
+    const bool wanted = no_color == nullptr || *no_color == '\0';
+    return color == Color::kAlways ||
+           (color == Color::kAuto && wanted && ::isatty(STDOUT_FILENO) == 1);
+  }
+
+  static void print(Stream stream, std::string_view text, Place place) {
+    const bool terminal = ::isatty(static_cast<int>(stream)) == 1;
+    write_text(stream, terminal ? log_text_for_terminal(text) : log_text_for_pipe(text), place);
+  }
+
+  // What is coloured ends on a terminal, also by way of a pipe.
+  static std::string coloured(std::string_view text) {
+    const std::string shown = log_text_for_terminal(text);
+    const size_t end = shown.find_last_not_of('\n') + 1;
+    const char* const begin = text.starts_with("-> ") ? "\033[1m" : "\033[1;33m";
+    return begin + shown.substr(0, end) + "\033[0m" + shown.substr(end);
+  }
+
+  const bool timestamps_;
+  const bool color_;
+  size_t rows_ = 0;  // since the last other text
+};
+
+// Events come by the observer; here is all else. Blank lines and rules are not told.
+struct JsonLog {
+  static void report(std::string_view text) {
+    if (text == "\n" || text == kRule) {
+      return;
+    }
+    text.remove_suffix(text.ends_with('\n') ? 1 : 0);
+    write_line(Stream::kOut, json_line({{"time", now_text()}, {"text", std::string(text)}}));
+  }
+
+  static void failure(const char* tag, std::string_view text) {
+    text.remove_suffix(text.ends_with('\n') ? 1 : 0);
+    write_line(
+        Stream::kErr,
+        json_line({{"time", now_text()}, {"tag", tag_text(tag)}, {"failure", std::string(text)}}));
+  }
+};
+
+// Null: objects. Never destroyed: the library's thread runs until the process ends.
+TextLog* text_log = nullptr;
+
+// The library asks that nothing be thrown here: out of memory for a log line ends the program.
+void take(void* /*context*/, int output, const char* tag, const char* text,
+          size_t length) noexcept {
+  const std::string_view view(text, length);
+  const bool report = output == TASKWARDEN_OUTPUT_REPORT;
+  if (text_log == nullptr) {
+    report ? JsonLog::report(view) : JsonLog::failure(tag, view);
+  } else {
+    report ? text_log->report(view) : text_log->failure(tag, view);
+  }
+}
+
+void take_event(void* /*context*/, const taskwarden_event* event) noexcept {
+  undelivered += event->record == TASKWARDEN_RECORD_LOST ? 1 : 0;
+  if (text_log != nullptr) {
+    text_log->tell_more_rows();
+    return;
+  }
+  if (const Json object = event_object(*event); !object.is_null()) {
+    write_line(Stream::kOut, json_line(object));
+  }
+}
+
+}  // namespace
+
+void start_log(const LogStyle& style) {
+  if (style.json) {
+    set_message_format([](const std::string& message) {
+      return json_line({{"time", now_text()}, {"message", message}});
+    });
+  } else {
+    text_log = new TextLog(style);
+  }
+  taskwarden_set_output(take, nullptr);
+  taskwarden_observe_events(take_event, nullptr,
+                            style.json ? TASKWARDEN_WITHOUT_TEXT : TASKWARDEN_WITH_TEXT);
+}
+
+bool log_record(const Record& record, std::string_view text, const Sender& sender) {
+  return write_line(
+      Stream::kOut,
+      text_log == nullptr
+          ? json_line({{"record", record_object(record, sender, system_clock::now())}})
+          : "record: " + escape_text(text));
+}
+
+uint64_t undelivered_records() {
+  return undelivered;
+}
+
+}  // namespace host
