@@ -4,33 +4,44 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <chrono>
-#include <cstdio>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <map>
+#include <nlohmann/json.hpp>
 
-#include "host/record_server.h"
+#include "host/common/record_server.h"
 #include "support/child.h"
 #include "support/made_tree.h"
 #include "support/own_network.h"
+#include "support/row_file.h"
 
 namespace {
 
+using Json = nlohmann::json;
+
 const std::string kSocket = "taskwarden_test." + std::to_string(getpid());
 
-// A running `taskwarden`, both of its outputs in one pipe.
+// A running `taskwarden`.
 class Program {
  public:
-  // With `terminal`, that of the program is one, and pid() is not its own.
-  explicit Program(const std::string& arguments, bool terminal = false)
-      : output_(popen(("echo $$; exec env TSAN_OPTIONS=atexit_sleep_ms=0 " +
-                       (terminal ? "script -qc '" : std::string()) + TASKWARDEN_PROGRAM " " +
-                       arguments + (terminal ? "' /dev/null" : " 2>&1"))
-                          .c_str(),
-                      "re")),
-        pid_(std::stoi(until("\n"))) {}
+  // `arguments` are a shell's words; unless they redirect standard error, it goes where standard
+  // output does. With `terminal`, that is one, and pid() is not the program's own.
+  explicit Program(const std::string& arguments, const std::string& before = "",
+                   bool terminal = false) {
+    const std::string command = TASKWARDEN_PROGRAM " " + arguments;
+    const std::string merged = arguments.find("2>") == arguments.npos ? " 2>&1" : "";
+    output_ =
+        popen(("echo $$; exec env TSAN_OPTIONS=atexit_sleep_ms=0 " + before +
+               (terminal ? " script -qc '" + command + "' /dev/null" : " " + command + merged))
+                  .c_str(),
+              "re");
+    pid_ = std::stoi(until("\n"));
+  }
   ~Program() {
     if (output_ != nullptr) {
       kill(pid_, SIGKILL);
@@ -46,18 +57,20 @@ class Program {
     }
     return said;
   }
+  bool says(const std::string& text) { return until(text).ends_with(text); }
+  std::string rest() { return until("\xff\xff"); }
   void lose_reader() { dup2(unique_fd(open("/dev/null", O_RDONLY)).get(), fileno(output_)); }
-  // Its status as of waitpid(2), once it has ended. What it still writes is read, so that it does
-  // not die of a closed pipe.
+  // Its exit status, or minus the signal that ended it. What it still writes is read, so that it
+  // does not die of a closed pipe.
   int end() {
-    while (getc(output_) != EOF) {
-    }
-    return pclose(std::exchange(output_, nullptr));
+    rest();
+    const int status = pclose(std::exchange(output_, nullptr));
+    return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
   }
 
  private:
   FILE* output_;
-  const pid_t pid_;
+  pid_t pid_;
 };
 
 unique_fd connect_to(const std::string& socket) {
@@ -73,127 +86,136 @@ void send_record(const std::string& socket, const std::string& text) {
   EXPECT_EQ(send(fd.get(), text.c_str(), text.size() + 1, 0), ssize_t(text.size() + 1));
 }
 
-// Whatever it is about, the next rest is longer than what the end may take.
-TEST(HostProgram, PausesResumesAndEndsAtOnce) {
+// The rows of host_runs.txt.
+TEST(HostProgram, SaysWhatItsTableHas) {
   pass_low_pids();
-  for (const int number : {SIGTERM, SIGINT}) {
-    Program program("watch --no-service");
-    program.until("Start the Task Warden\n");
-    kill(program.pid(), SIGUSR1);
-    EXPECT_TRUE(program.until("-> taskwarden is paused...\n").ends_with("paused...\n"));
-    kill(program.pid(), SIGQUIT);
-    EXPECT_TRUE(program.until("Dump the interested processes:\n").ends_with("processes:\n"));
-    program.until("-> taskwarden is paused...\n");
-    kill(program.pid(), SIGUSR2);
-    EXPECT_TRUE(program.until("continues to run\n").ends_with("run\n"));
-    const auto begin = std::chrono::steady_clock::now();
-    kill(program.pid(), number);
-    EXPECT_EQ(program.end(), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+  MadeTree tree({{.pid = 1000}}), full;
+  tree.write("meminfo", "MemTotal: 2147483648 kB\nMemFree: 5 kB\nMemAvailable: 6 kB\n");
+  tree.write("slabinfo", "few 1 1 8 1\nidle 0 9 64 64\nhuge 2000000 2000000 4096 8\nb 1 1 8 1\n");
+  full.write("meminfo", "MemTotal: 0 kB\nSUnreclaim: 2147483647 kB\n");
+  std::string caches;
+  for (int i = 0; i < 257; ++i) caches += "c" + std::to_string(i) + " 1 1 8 1\n";
+  full.write("slabinfo", caches);
+  for (const auto& [name, value] :
+       {std::pair("TAKEN", kSocket.c_str()), std::pair("TREE", tree.root().c_str()),
+        std::pair("FULL", full.root().c_str()), std::pair("NAME", "x\x1b\nrecord: y")}) {
+    setenv(name, value, 1);
   }
-}
-
-TEST(HostProgram, SaysWhyItEnds) {
-  const MadeTree empty;
-  const std::string root = empty.root();
   const unique_fd taken = host::listen_on(kSocket);
-  const std::tuple<std::string, int, const char*> rows[] = {
-      {"watch --no-service --proc-root " + root, 1, "only processes of pid 300 and above"},
-      {"watch --no-service --proc-root " + root + "/none", 1, "cannot be opened"},
-      {"watch --proc-root " + std::string(128, 'd'), 2, "--proc-root"},
-      {"watch --interest " + std::string(92, 'i'), 2, "91 bytes"},
-      {"listen " + kSocket, 1, "another process already has this name"},
-      {"listen --count 0 other", 2, "--count"},
-      {"listen --where Event_VssHeap,Event_VssAshmem", 2, "Event_ThreadAmount, "},
-      {"listen --cooldown 3 other", 2, "--exec"},
-      {"listen --exec /nonesuch", 2, "give its full path"},
-      {"watch --color red", 2, "always, auto, never"},
-      {"demo --only nothing", 2, "threads"},
-      {"listen --allow-uid 0 --allow-uid 010 other", 2, "--allow-uid"},
-      {"", 2, "subcommand"},
-  };
-  for (const auto& [arguments, status, text] : rows) {
-    Program program(arguments);
-    EXPECT_NE(program.until("\xff").find(text), std::string::npos) << arguments;
-    EXPECT_EQ(WEXITSTATUS(program.end()), status) << arguments;
+  const auto rows = row_file(TASKWARDEN_RUNS);
+  EXPECT_GT(rows.size(), 60u);
+  for (const auto& row : rows) {
+    const char kind = row[0][0];
+    const std::string why = row[0] + row[1];
+    std::string text = kind == '1' || kind == '2' ? "taskwarden: " + row[2] + "\n" : row[2];
+    if (const size_t at = text.find("$TAKEN"); at != text.npos) text.replace(at, 6, kSocket);
+    Program program(row[1], row[0].substr(1), kind == 't');
+    if (kind == 'w' || kind == 't') {
+      EXPECT_TRUE(program.says(text)) << why;
+    } else {
+      const std::string said = program.rest();
+      EXPECT_TRUE(kind == '2' ? said == text : said.ends_with(text)) << why << "\n" << said;
+      EXPECT_EQ(program.end(), kind - '0') << why;
+    }
   }
 }
 
-TEST(HostProgram, ListenPrintsAnObjectAndEnds) {
-  Program program("listen --json --count 1 --allow-uid " + std::to_string(getuid()) + " " +
-                  kSocket);
-  send_record(kSocket, "7@@8@@Event_VssHeap@@x\n@@y\xff#7@@");
-  const std::string line = program.until("\n");
-  EXPECT_NE(line.find(R"("name":"x\n@@y\ufffd#7")"), std::string::npos) << line;
-  EXPECT_NE(line.find("\"sender_pid\":" + std::to_string(getpid())), std::string::npos) << line;
+// Whatever it is about, the next rest is longer than what the end may take.
+TEST(HostProgram, WatchObeysSignals) {
+  pass_low_pids();
+  Program program("watch --no-service");
+  program.until("Start the Task Warden\n");
+  const std::pair<int, const char*> rows[] = {{SIGUSR1, "-> taskwarden is paused...\n"},
+                                              {SIGQUIT, "Dump the interested processes:\n"},
+                                              {0, "-> taskwarden is paused...\n"},
+                                              {SIGUSR2, "continues to run\n"}};
+  for (const auto& [number, text] : rows) {
+    kill(program.pid(), number);
+    EXPECT_TRUE(program.says(text));
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  kill(program.pid(), SIGINT);
   EXPECT_EQ(program.end(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
 }
 
 TEST(HostProgram, WatchPrintsRecordsAndEndsWithItsReader) {
   own_network();
-  Program program("watch");
-  send_record(host::kRecordSocket, "7@@8@@Event_VssHeap@@\x1b\\@@");
-  const std::string line = "record: 7@@8@@Event_VssHeap@@\\x1B\\\\@@\n";
-  EXPECT_TRUE(program.until(line).ends_with(line));
-  program.lose_reader();
-  kill(program.pid(), SIGUSR1);
-  EXPECT_EQ(WTERMSIG(program.end()), SIGPIPE);
-}
-
-// However many they are, they get a line a second.
-TEST(HostProgram, ListenRefusesOtherUsers) {
-  constexpr int kConnections = 50;
-  const auto begin = std::chrono::steady_clock::now();
-  Program program("listen --allow-uid " + std::to_string(getuid() + 1) + " " + kSocket);
-  for (int i = 0; i < kConnections; ++i) connect_to(kSocket);
-  int refused = 0, lines = 0;
-  for (int count = 1; refused < kConnections; refused += count, count = 1, ++lines) {
-    const std::string line = program.until("\n");
-    ASSERT_NE(line.find("its user is not allowed to send"), std::string::npos) << line;
-    sscanf(line.c_str(), "taskwarden: refused %d", &count);
+  for (const bool json : {false, true}) {
+    Program program(json ? "watch --log-format json" : "watch");
+    send_record(host::kRecordSocket, "7@@8@@Event_VssHeap@@\x1b\\@@");
+    EXPECT_TRUE(program.says(json ? "\"event\":\"Event_VssHeap\",\"name\":\"\\u001b\\\\\","
+                                  : "record: 7@@8@@Event_VssHeap@@\\x1B\\\\@@\n"));
+    program.lose_reader();
+    kill(program.pid(), SIGUSR1);
+    EXPECT_EQ(program.end(), -SIGPIPE);
   }
-  EXPECT_LE(lines - 1, (std::chrono::steady_clock::now() - begin) / std::chrono::seconds(1));
-  kill(program.pid(), SIGTERM);
-  EXPECT_EQ(program.until("\n"),
-            "taskwarden: records refused: 50 (50 for their sender, 0 for what came)\n");
 }
 
-TEST(HostProgram, WatchDropsTheOldestWhileNobodyReads) {
+// A record that standard output does not take, since nobody reads it, and a text that is none.
+TEST(HostProgram, WatchSaysWhatIsLost) {
   own_network();
-  Program program("watch");
-  // More than what the pipe, the queue and the connections hold.
-  const std::string head = "7@@8@@E@@n@@", detail(6000, 'd');
-  for (int i = 1; i <= 600; ++i)
-    send_record(host::kRecordSocket, head + std::to_string(i) + detail);
-  for (const std::string& text : {std::string(" lines of the log were dropped"), head + "600d"}) {
-    EXPECT_TRUE(program.until(text).ends_with(text));
+  const MadeTree folder;
+  const std::string fifo = folder.root() / "fifo";
+  mkfifo(fifo.c_str(), 0600);
+  const unique_fd full(open(fifo.c_str(), O_RDWR | O_NONBLOCK));
+  while (write(full.get(), "", 1) == 1) {
   }
+  Program program("watch 2>&1 >" + fifo);
+  for (const char* text : {"7@@8@@E@@n@@", "7"}) send_record(host::kRecordSocket, text);
+  EXPECT_TRUE(program.says(": it has fewer than five fields\n"));
+  for (const int number : {SIGQUIT, SIGTERM}) {
+    kill(program.pid(), number);
+    EXPECT_TRUE(program.says("records refused: 1 (0 for their sender, 1 for their content)\n"));
+  }
+  EXPECT_TRUE(program.says(" lines of the log were lost, since standard output is stalled\n"));
 }
 
-TEST(HostProgram, WatchQuotesNamesSafely) {
-  pass_low_pids();
-  const std::string watch = "watch --no-service --interest \"x\x1b\nrecord: y\"";
-  Program program(watch), on_terminal(watch, true);
-  const std::string piped = program.until("y\n"), shown = on_terminal.until("y\r\n");
-  EXPECT_NE(piped.find("x\x1b\\x0Arecord: y\n"), std::string::npos);
-  EXPECT_NE(shown.find("x\\x1B\\x0Arecord: y\r\n"), std::string::npos);
+TEST(HostProgram, ListenPrintsAndEnds) {
+  Program program("listen --json --count 1 --allow-anyone " + kSocket + " 2>/dev/null --exec echo");
+  send_record(kSocket, "7@@8@@Event_VssHeap@@x\n@@y\xff#7@@");
+  const Json object = Json::parse(program.rest());
+  EXPECT_EQ(object["name"], "x\n@@y\ufffd#7");
+  EXPECT_EQ(object["sender_pid"], getpid());
+  EXPECT_TRUE(object.contains("command_line"));
+  EXPECT_EQ(program.end(), 0);
+
+  Program strict("listen --allow-uid " + std::to_string(getuid() + 1) + " " + kSocket);
+  connect_to(kSocket);
+  EXPECT_TRUE(strict.says(": its user may not send records\n"));
+  kill(strict.pid(), SIGTERM);
+  EXPECT_TRUE(strict.says("records refused: 1 (1 for their sender, 0 for their content)\n"));
+  EXPECT_EQ(strict.end(), 0);
+
+  Program full("listen " + kSocket + " 2>&1 >/dev/full");
+  send_record(kSocket, "7@@8@@E@@n@@");
+  EXPECT_EQ(full.rest(), "taskwarden: cannot write to standard output: No space left on device\n");
+  EXPECT_EQ(full.end(), 1);
 }
 
-// The command gets the record in its environment, and no shell sees it.
+// The command gets the record in its environment, without a shell, and with nothing of ours.
 TEST(HostProgram, ListenReactsOnceInACooldown) {
   Program program("listen --where Event_ThreadAmount --count 3 --cooldown 100 " + kSocket +
-                  " --exec sh -c 'echo \"ran for $TASKWARDEN_NAME $TASKWARDEN_VALUE\"; exit 3'");
+                      " --exec=sh -c 'echo \"ran for $TASKWARDEN_NAME $TASKWARDEN_VALUE "
+                      "$TASKWARDEN_CGROUP$KEPT\"; cat; test $TASKWARDEN_VALUE = 9 && exit 3; "
+                      "kill $$; echo still there'",
+                  "KEPT=kept TASKWARDEN_CGROUP=stale");
   const std::string self = std::to_string(getpid()) + "@@8@@", named = "@@$(id);#7@@";
   for (const char* event : {"Event_VssHeap", "Event_ThreadAmount", "Event_ThreadAmount"}) {
     send_record(kSocket, self + event + named);
   }
   send_record(kSocket, "-1@@9@@Event_ThreadAmount@@other@@");
-  const std::string said = program.until("\xff");
-  const std::pair<const char*, size_t> rows[] = {
-      {"ran for $(id);#7 8\n", 1}, {"ran for other 9\n", 1}, {"ran for", 2},
-      {"Event_VssHeap", 0},        {"\tcommand line: ", 2},  {"ended with status 3", 2},
+  const std::string said = program.rest();
+  const std::map<std::string, size_t> rows = {
+      {"ran for $(id);#7 8", 1},
+      {"ran for other 9 kept\n", 1},
+      {"ran for", 2},
+      {"Event_VssHeap", 0},
+      {"\tcommand line: ", 2},
+      {"still there", 0},
       {"Event_ThreadAmount", 3},
-  };
+      {"taskwarden: --exec: \"sh\" ended with status 3\n", 1},
+      {"taskwarden: --exec: \"sh\" was ended by a signal: Terminated\n", 1}};
   for (const auto& [text, count] : rows) {
     size_t found = 0;
     for (size_t at = 0; (at = said.find(text, at)) != said.npos; ++at) ++found;
@@ -202,44 +224,146 @@ TEST(HostProgram, ListenReactsOnceInACooldown) {
   EXPECT_EQ(program.end(), 0);
 }
 
-TEST(HostProgram, WatchWritesObjectsOrMarksAndColours) {
-  MadeTree tree({{.pid = 1000}});
-  tree.write("meminfo", "MemFree: 5 kB\nMemAvailable: 6 kB\n");
-  const std::tuple<const char*, bool, const char*> rows[] = {
-      {"--log-format json", false, "\"text\":\"Start the Task Warden\"}\n"},
-      {"--log-format json", false, "Memory\",\"mem_free_kb\":5,\"mem_available_kb\":6}\n"},
-      {"--timestamps", false, "---\nat 20"},
-      {"--color always", false, "\033[1;33mAuditEvent_LowOnMemory\033[0m\n"},
-      {"", true, "\033[1;33mAuditEvent_"},
-      {"--color never", true, "-\r\nAuditEvent_"},
-      {"", false, "-\nAuditEvent_"},
-  };
-  for (const auto& [options, terminal, text] : rows) {
-    Program program("watch --no-service --proc-root " + tree.root().string() + " " + options,
-                    terminal);
-    EXPECT_TRUE(program.until(text).ends_with(text)) << options;
+// The second record finds the only place taken.
+TEST(HostProgram, ListenLimitsItsCommands) {
+  const MadeTree folder;
+  const std::string fifo = folder.root() / "fifo";
+  mkfifo(fifo.c_str(), 0600);
+  Program program("listen --exec-limit 1 --count 2 " + kSocket + " --exec cat " + fifo);
+  for (const char* name : {"a@@\n", "b@@\n"}) {
+    send_record(kSocket, std::string("-1@@8@@E@@") + name);
+    EXPECT_TRUE(program.says("@@\\x0A\n"));
   }
+  EXPECT_TRUE(program.says(
+      "taskwarden: --exec-limit 1 is reached: records run no command until one ends\n"));
+  std::ofstream(fifo) << "put in\n";
+  EXPECT_EQ(program.rest(),
+            "put in\ntaskwarden: records that ran no command, since 1 were running "
+            "(see --exec-limit): 1\n");
+}
+
+// A command that never ends gives its place back.
+TEST(HostProgram, ListenEndsCommandsThatTakeTooLong) {
+  Program program("listen --exec-limit 1 --exec-timeout 1 --count 1 " + kSocket +
+                  " --exec sh -c 'sleep 1000'");
+  send_record(kSocket, "-1@@8@@E@@a@@");
+  EXPECT_TRUE(program.says("1@@8@@E@@a@@\n"));
+  EXPECT_EQ(program.rest(),
+            "taskwarden: --exec: \"sh\" takes longer than 1 s and is ended\n"
+            "taskwarden: --exec: \"sh\" was ended by a signal: Terminated\n");
 }
 
 // Its children too, however it ends.
 TEST(OwnProcess, DemoEndsWithItsChildren) {
-  for (const int number : {SIGTERM, SIGKILL}) {
+  for (const auto& [number, status] : {std::pair(SIGTERM, 0), {SIGKILL, -SIGKILL}, {SIGCHLD, 1}}) {
     Program program("demo --only rename --only threads");
-    program.until("by then\n");
-    const std::string list = "/proc/" + std::to_string(program.pid()) + "/task/" +
-                             std::to_string(program.pid()) + "/children";
-    std::ifstream children(list);
-    std::vector<pid_t> pids{std::istream_iterator<pid_t>(children), {}};
-    EXPECT_EQ(pids.size(), 2u);
-    kill(program.pid(), number);
-    const int status = program.end();
-    EXPECT_EQ(number == SIGKILL ? WTERMSIG(status) : WEXITSTATUS(status),
-              number == SIGKILL ? SIGKILL : 0);
+    EXPECT_TRUE(program.says("demo: started 2 children; they leak in turn, twice each, from 12 "));
+    program.until("\n");
+    const std::string pid = std::to_string(program.pid());
+    std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
+    const std::vector<pid_t> pids{std::istream_iterator<pid_t>(children), {}};
+    ASSERT_EQ(pids.size(), 2u);
+    number == SIGCHLD ? kill(pids[1], SIGKILL) : kill(program.pid(), number);
+    EXPECT_EQ(program.end(), status);
     // The end of the last of them ends the output; what is left are zombies at most.
-    for (const pid_t pid : pids) {
-      std::ifstream cmdline("/proc/" + std::to_string(pid) + "/cmdline");
-      EXPECT_EQ(cmdline.peek(), EOF);
+    for (const pid_t child : pids) {
+      EXPECT_EQ(std::ifstream("/proc/" + std::to_string(child) + "/cmdline").peek(), EOF);
     }
+  }
+}
+
+Json object_of(const std::string& arguments, const std::string& user = "") {
+  return Json::parse(Program("inspect --json " + arguments, user).rest(), nullptr, false);
+}
+
+// Holds `json` against the reasons expected, an empty one for a value that does not exist.
+void expect_nulls(const Json& json, const std::map<std::string, std::string>& reasons) {
+  for (const auto& [key, reason] : reasons) {
+    EXPECT_TRUE(json[key].is_null()) << key << ": " << json;
+    EXPECT_EQ(json["unreadable"].contains(key), !reason.empty()) << key << ": " << json;
+    EXPECT_NE(json["unreadable"].value(key, "").find(reason), std::string::npos) << json;
+  }
+}
+
+TEST(InspectCommand, SeesThreadsAndFilesOfARealProcess) {
+  Child child("odd\xff\x1b\\name");
+  for (const char* text : {"threads Thread- 5", "sockets 12", "table 300"}) child.command(text);
+  const std::string pid = std::to_string(child.pid());
+  const Json seen = object_of(pid);
+  Json expected = Json::parse(R"({
+      "threads": 6, "descriptors": 15, "descriptor_table": 512, "unreadable": {},
+      "thread_names": [{"count": 5, "name": "<THREAD>"}, {"count": 1, "name": "taskwarden_test"}],
+      "open_files": [{"count": 12, "kind": "<SOCKET>"}, {"count": 2, "kind": "<PIPE>"},
+                     {"count": 1, "kind": "/dev/null"}]})");
+  expected.update(
+      {{"pid", child.pid()}, {"name", "odd\ufffd\x1b\\name#" + pid}, {"parent", getpid()}});
+  for (const auto& [key, value] : expected.items()) EXPECT_EQ(seen[key], value);
+  EXPECT_GE(seen["peak_kb"], seen["resident_kb"]);
+  ASSERT_EQ(seen["divisions"].size(), 18U);
+  EXPECT_EQ(seen["divisions"][5]["division"], "STACK");
+  EXPECT_GT(seen["divisions"][5]["resident_kb"], 0);
+  const std::string text = Program("inspect " + pid).rest();
+  EXPECT_NE(text.find("odd\\xFF\\x1B\\\\name#" + pid + "\nstate             "), text.npos) << text;
+  EXPECT_NE(text.find("\n     12  <SOCKET>\n      2  <PIPE>\n"), text.npos) << text;
+}
+
+TEST(InspectCommand, TellsWhatAnOrdinaryUserMayNotRead) {
+  const bool root = getuid() == 0;
+  const std::string user = root ? "setpriv --reuid=65534 --regid=65534 --clear-groups" : "";
+  const Json denied = object_of(std::to_string(root ? getpid() : 1), user);
+  if (denied.is_discarded()) GTEST_SKIP() << "an ordinary user cannot run it where it was built";
+  EXPECT_GT(denied["threads"], 0);
+  const std::string reason = "Permission denied";
+  expect_nulls(denied, {{"divisions", reason}, {"descriptors", reason}, {"open_files", reason}});
+  Program slabs("slabs", user);
+  EXPECT_TRUE(slabs.says("count        not readable: "));
+  EXPECT_EQ(slabs.end(), 1);
+}
+
+TEST(InspectCommand, TellsWhatDoesNotExistFromWhatFails) {
+  MadeTree tree({{.pid = 7, .fds = 0}, {.pid = 8}});
+  tree.write("7/status", "Name:\tkworker\nState:\tI\nPPid:\t2\nFDSize:\t64\nThreads:\t1\n");
+  tree.write("7/smaps", "");
+  tree.write("8/status", "Name:\tapp\nState:\tS\nVmHWM:\t9 kB\nPPid:");
+  tree.write("8/smaps", "no area\n");
+  tree.remove("8/fd");
+  const std::string root = " --proc-root " + tree.root().string();
+
+  const Json kernel_thread = object_of("7" + root);
+  expect_nulls(kernel_thread, {{"resident_kb", ""}, {"peak_kb", ""}, {"divisions", ""}});
+  EXPECT_EQ(kernel_thread["open_files"], Json::array());
+
+  const Json half = object_of("8" + root);
+  EXPECT_EQ(half["peak_kb"], 9);
+  EXPECT_EQ(half["thread_names"][0]["name"], "<THREAD>");
+  const std::string parent = "failed to get proc 8's PPid", none = "No such file";
+  expect_nulls(half, {{"parent", parent},
+                      {"threads", parent},
+                      {"resident_kb", parent},
+                      {"divisions", "failed to parse \"no area"},
+                      {"descriptors", none},
+                      {"open_files", none}});
+}
+
+// While its memory areas are read, which a pipe holds up.
+TEST(InspectCommand, TellsTheEndOfAProcess) {
+  MadeTree tree;
+  const std::function<void()> ends[] = {
+      [&] { tree.write("8/status", "Name:\tapp\nState:\tZ\nThreads:\t1\n"); },
+      [&] { tree.remove(8); },
+      [&] { tree.put({.pid = 8}); },
+  };
+  for (const auto& end : ends) {
+    tree.put({.pid = 8});
+    const std::string smaps = tree.root() / "8/smaps", reason = "the process has ended";
+    mkfifo(smaps.c_str(), 0600);
+    Program program("inspect --json 8 --proc-root " + tree.root().string());
+    unique_fd held(open(smaps.c_str(), O_WRONLY));
+    end();
+    held.reset();
+    const Json seen = Json::parse(program.rest());
+    EXPECT_EQ(seen["resident_kb"], 1000);
+    expect_nulls(seen, {{"divisions", reason}, {"thread_names", reason}, {"descriptors", reason}});
   }
 }
 

@@ -49,6 +49,9 @@ TEST(Output, IsWholeAndBearsAClosedPipe) {
   for (size_t i = 0; i < 108000; i += 6000) EXPECT_EQ(heard.find_first_not_of('0', i), i + 5998);
   const Chronicler& it = *Chronicler::instance;
   EXPECT_TRUE(&it == &tw_reporter() && !it.text[0] && it.enabled && it.first + it.second == -2);
+  Chronicler* const old = std::exchange(Chronicler::instance, nullptr);
+  EXPECT_TRUE(&tw_reporter() == Chronicler::instance && Chronicler::instance != nullptr);
+  delete std::exchange(Chronicler::instance, old);
   testing::internal::CaptureStderr();
   tw_output_log("tag", "a"), tw_output_log(nullptr, "b\n"), tw_output_log("", "");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "E/tag: a\nE/: b\nE/: \n");
@@ -68,8 +71,8 @@ TEST(Platform, KeepsItsLimits) {
   EXPECT_EQ(tw_rest(0, 1000000) + tw_rest(0, -1), -2);
   EXPECT_EQ(tw_elapsed_ms({4294968, 1999}, {0, 2000}), -703);
   EXPECT_EQ(taskwarden_set_proc_root(std::string(128, 't').c_str()), -1);
-  const auto [entries, listings, slots] = tw_process_pool_reserve(UINT64_MAX);
-  EXPECT_TRUE(slots == 4194304 && entries[slots - 1].pid++ == 0 && listings[slots - 1].size++ == 0);
+  const auto [entries, notes, slots, refused, shared] = tw_process_pool_reserve(UINT64_MAX);
+  EXPECT_TRUE(slots == 4194304 && entries[slots - 1].pid++ == 0 && notes[slots - 1].known++ == 0);
   EXPECT_EQ(tw_process_pool_reserve(35000).slots + tw_process_pool_reserve(35001).slots, 70001U);
   char value[PROPERTY_VALUE_MAX];
   setenv("TW_TEST_A", std::string(200, 'x').c_str(), 1);
@@ -108,50 +111,41 @@ TEST(TaggedBlock, IsKnownFromAllocationToRelease) {
   }
   copy->data = block, tw_setheader(copy, 7), tw_setdata(block, copy);
   EXPECT_TRUE(tw_check(copy + 1) == copy && copy->size == 7 && tw_getdata(copy + 1) == block);
+  --copy->magic;
+  EXPECT_EQ(tw_check(copy + 1), nullptr);
   EXPECT_TRUE(tw_getdata(block) == copy && tw_release(block) == header && !tw_release(block));
 }
 
-// A clock that stands still while this thread could run and other programs' do.
-static std::chrono::nanoseconds own_time() {
-  int64_t ran = 0, waited = 0;
-  std::ifstream("/proc/thread-self/schedstat") >> ran >> waited;
-  return std::chrono::steady_clock::now().time_since_epoch() - std::chrono::nanoseconds(waited);
-}
-
-TEST(EventSocket, SendsOneRecordOrLosesItSoon) {
+TEST(EventSocket, SendsOneRecordOrLosesIt) {
   own_network();
-  const auto reported = [](const char* peer, int64_t value, const std::string& text) {
+  const auto reported = [](int64_t value, const std::string& text) {
     heard.clear(), taskwarden_set_output(hear, nullptr);
-    const auto start = own_time();
     reportEvent(1, value, text.c_str(), text.c_str(), text.c_str());
-    const auto took = own_time() - start;
-    EXPECT_LE(took, std::chrono::milliseconds(100));
-    RecordProperty(peer, std::to_string(took / std::chrono::microseconds(1)) + " us");
     return taskwarden_set_output(nullptr, nullptr), heard;
   };
   const std::string connecting = "|taskwarden  client socket connectting", t(7000, 't');
   const std::string refused = connecting + "|Fail to connect to socket . return code: -1";
   const std::string lost = "|trigger vk service written:18446744073709551615";
   const int lowest_free = unique_fd(dup(0)).get();
-  EXPECT_EQ(reported("none", 2, "e"), refused);
+  EXPECT_EQ(reported(2, "e"), refused);
   listener = std::make_unique<RecordListener>(0);
-  EXPECT_EQ(reported("one_that_reads_later", 5000000000, "%s@"),
+  EXPECT_EQ(reported(5000000000, "%s@"),
             connecting +
                 "|socket size = 6296|socket data = "
                 "1,705032704,%s@,%s@.%s@|socket sendbuff = 1@@705032704@@%s@@@%s@@@%s@");
-  EXPECT_EQ(reported("one_with_a_full_queue", 2, "e"), refused);
+  EXPECT_EQ(reported(2, "e"), refused);  // its queue is full
   struct sigaction nothing = {};
   nothing.sa_handler = [](int) {};  // without SA_RESTART: it interrupts the wait
   sigaction(SIGALRM, &nothing, nullptr);
   const itimerval often = {{0, 5000}, {0, 5000}}, never = {};
   setitimer(ITIMER_REAL, &often, nullptr);
-  EXPECT_EQ(reported("one_with_a_full_queue_and_signals", 2, "e"), refused);
+  EXPECT_EQ(reported(2, "e"), refused);
   setitimer(ITIMER_REAL, &never, nullptr);
   EXPECT_EQ(listener->next(), "1@@705032704@@%s@@@%s@@@%s@\0"s);
-  EXPECT_TRUE(reported("one_that_closes_at_once", 8, "e").ends_with(lost));
-  EXPECT_TRUE(reported("one_that_ends", 9, "e").ends_with(lost));
+  EXPECT_TRUE(reported(8, "e").ends_with(lost));
+  EXPECT_TRUE(reported(9, "e").ends_with(lost));
   listener = std::make_unique<RecordListener>();
-  reported("one_that_started_again", -1, t);
+  reported(-1, t);
   EXPECT_EQ(listener->next(),
             "1@@-1@@" + t.substr(6971) + "@@" + t.substr(6901) + "@@" + t.substr(857) + '\0');
   listener.reset();

@@ -1,65 +1,68 @@
-// Records taken apart and shown: separators in names, hostile bytes, cuts at every length.
-#include "host/record.h"
+// Records: taken apart, shown, served to clients of every sort, and their processes looked at.
+#include "host/common/record.h"
 
+#include <cutils/sockets.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 
-#include <sstream>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <thread>
 
-#include "host/escape.h"
-#include "host/record_format.h"
+#include "host/common/escape.h"
+#include "host/common/record_format.h"
+#include "host/common/record_server.h"
+#include "host/listen/process_view.h"
+#include "host/listen/reaction.h"
+#include "support/made_tree.h"
+#include "support/row_file.h"
 
 namespace {
+
+using namespace std::chrono_literals;
 
 std::string joined(const host::Record& record) {
   return std::to_string(record.pid) + "@@" + std::to_string(record.value) + "@@" + record.event +
          "@@" + record.name + "@@" + record.detail;
 }
 
-TEST(Record, NamesComeOutWhole) {
-  const std::string cut = "a@@b" + std::string(52, 'x') + "#123456";
-  ASSERT_EQ(cut.size(), 63u);
-  const std::string detail(6143, 'd');
-  const std::string rows[][3] = {
-      {"1234", "app@@x#1234", ""},
-      {"1234", "a#1234@@b#1234", ""},
-      {"1234", "9@@8@@Event_Vss@@x#1234", ""},
-      {"1234", "app@@x#1234", "more@@of#it"},
-      {"1234", "@app@@@#1234", ""},
-      {"1234", "x#1234", "@"},
-      {"12", "ends early#1@@#12", ""},
-      {"1234567", cut, ""},
-      {"1234567", cut, "detail"},
-      {"1234567", "b#1234567@@" + cut.substr(11), ""},
-      {"1234", "foreign@@name", ""},
-      {"1234", "foreign", "its detail"},
-      {"1234", "", ""},
-      {"1234", std::string(99, 'n'), detail},
-      {"-2147483648", "\xff\n#", ""},
-      {"1234", "app#1234", detail.substr(7) + "#1234@@"},
-  };
-  for (const auto& [pid, name, rest] : rows) {
-    const std::string text = pid + "@@-7@@Event_VssHeap@@" + name + "@@" + rest;
+// The rows of record_rows.txt.
+TEST(Record, DoesWhatItsTableHas) {
+  MadeTree tree;
+  tree.write("7/cmdline", std::string("a b\0\n\0", 6) + std::string(5000, 'x'));
+  std::map<std::string, int> kinds;
+  for (const auto& row : row_file(TASKWARDEN_ROWS)) {
+    const std::string &kind = row[0], &text = row[1];
+    ++kinds[kind];
     std::string_view why;
-    const auto record = host::parse_record(text, &why);
-    ASSERT_TRUE(record) << text << ": " << why;
-    EXPECT_EQ(record->name, name);
-    EXPECT_EQ(joined(*record), text);
+    if (kind == "name") {
+      const std::string whole = text + "@@-7@@Event_VssHeap@@" + row[2] + "@@" + row[3];
+      const auto record = host::parse_record(whole, &why);
+      ASSERT_TRUE(record) << whole << ": " << why;
+      EXPECT_EQ(record->name, row[2]);
+      EXPECT_EQ(joined(*record), whole);
+    } else if (kind == "bad") {
+      EXPECT_FALSE(host::parse_record(text, &why)) << text;
+      EXPECT_EQ(why, row[2]) << text;
+    } else if (kind == "show") {
+      EXPECT_EQ(host::escape_text(text), row[2]);
+    } else if (kind == "log") {
+      EXPECT_EQ(host::log_text_for_terminal(text), row[2]);
+      EXPECT_EQ(host::log_text_for_pipe(text), row[3]);
+    } else if (kind == "view") {
+      tree.write("9/status", text);
+      tree.write("7/cgroup", row[2]);
+      const auto view = host::view_process({7, 0, "", "", ""}, {9, 0}, tree.root());
+      EXPECT_EQ(host::view_text(view), row[3]) << text;
+      host::Json object;
+      host::add_view(view, &object);
+      EXPECT_EQ(object["command_line"].size(), row[3].empty() ? 0u : 3u);
+      EXPECT_EQ(object["cgroup"].is_null(), row[3].find("group") == row[3].npos);
+    }
   }
-}
-
-TEST(Record, RefusesWhatIsNone) {
-  const std::string d(6144, 'd');
-  std::istringstream texts(
-      ",@@,@@@@@@@@,1@@2@@E@@n,1@@2@@E@n@@,1@2@@E@@n@@,@@2@@E@@n@@,-@@2@@E@@n@@,+1@@2@@E@@n@@,"
-      " 1@@2@@E@@n@@,1 @@2@@E@@n@@,0x1@@2@@E@@n@@,2147483648@@2@@E@@n@@,1@@-2147483649@@E@@n@@,"
-      "1@@99999999999999999999@@E@@n@@,1@@2@@@@n@@,1@@2@@E e@@n@@,1@@2@@\u00e9@@n@@,1@@2@@" +
-      std::string(30, 'E') + "@@n@@,1@@2@@E@@" + d.substr(6044) + "@@,1@@2@@E@@n@@" + d +
-      ",1@@2@@E@@n#1@@" + d + ",1@@2@@E@@n@@" + d + d);
-  for (std::string text; std::getline(texts, text, ',');) {
-    std::string_view why;
-    EXPECT_FALSE(host::parse_record(text, &why)) << text;
-    EXPECT_FALSE(why.empty()) << text;
-  }
+  EXPECT_EQ(kinds.size(), 5u);
 }
 
 TEST(Record, CutsAreRefusedOrLoseNothing) {
@@ -73,42 +76,136 @@ TEST(Record, CutsAreRefusedOrLoseNothing) {
   }
 }
 
-TEST(Record, TextCannotDriveATerminal) {
-  const std::string rows[][2] = {
-      {"app #1 ~ h\u00e9 \u4e2d \U0001F600", "app #1 ~ h\u00e9 \u4e2d \U0001F600"},
-      {std::string("\\\0\n\x1b[\x7f", 6), "\\\\\\x00\\x0A\\x1B[\\x7F"},
-      {"\u009b\u00a0\u2066\u2070", "\\xC2\\x9B\u00a0\\xE2\\x81\\xA6\u2070"},
-      {"\u2028\u202e\u200f", "\\xE2\\x80\\xA8\\xE2\\x80\\xAE\\xE2\\x80\\x8F"},
-      {"\x80 \xc0\xaf \xed\xa0\x80", "\\x80 \\xC0\\xAF \\xED\\xA0\\x80"},
-      {"\xc1\x9c", "\\xC1\\x9C"},  // a backslash in two bytes
-      {"\xf4\x90\x80\x80 \xff \xe4\xb8", "\\xF4\\x90\\x80\\x80 \\xFF \\xE4\\xB8"},
-  };
-  for (const auto& [bytes, shown] : rows) EXPECT_EQ(host::escape_text(bytes), shown);
-}
-
-// The text, on a terminal, and anywhere else.
-TEST(Record, LogTextsKeepWhatTheLibraryWrites) {
-  const std::string rows[][3] = {
-      {"", "", ""},
-      {"\n\n", "\n\n", "\n\n"},
-      {"\t \"a\\b\": 2!!\n\n", "\t \"a\\b\": 2!!\n\n", "\t \"a\\b\": 2!!\n\n"},
-      {"\t\n\t\x1b\xc2\x9b\n", "\t\\x0A\\x09\\x1B\\xC2\\x9B\n", "\t\n\t\x1b\xc2\x9b\n"},
-      {"a\nrecord: b\n", "a\\x0Arecord: b\n", "a\\x0Arecord: b\n"},
-      {"a\n\rtaskwarden: b", "a\\x0A\\x0Dtaskwarden: b", "a\n\\x0Dtaskwarden: b"},
-      {"record: \nrecord:", "record: \\x0Arecord:", "record: \nrecord:"},
-  };
-  for (const auto& [text, terminal, pipe] : rows) {
-    EXPECT_EQ(host::log_text_for_terminal(text), terminal);
-    EXPECT_EQ(host::log_text_for_pipe(text), pipe);
-  }
-}
-
 TEST(Record, JsonIsWholeWhateverTheName) {
-  const std::chrono::system_clock::time_point arrival(std::chrono::milliseconds(1234567890009));
-  const std::string name = "\"\\\n\u2028\x7f\xff#";
-  EXPECT_EQ(host::record_json({-1, 7, "E", name, "d"}, {12, 34}, arrival),
+  const std::chrono::system_clock::time_point arrival(1234567890009ms);
+  EXPECT_EQ(host::record_json({-1, 7, "E", "\"\\\n\u2028\x7f\xff#", "d"}, {12, 34}, arrival),
             R"({"time":"2009-02-13T23:31:30.009Z","pid":-1,"value":7,"event":"E",)"
             R"("name":"\"\\\n\u2028\u007f\ufffd#","detail":"d","sender_uid":34,"sender_pid":12})");
+}
+
+TEST(Record, IsDueAgainAfterItsCooldown) {
+  host::Reaction reaction({.cooldown = 10s});
+  const auto due = [&](const std::string& name, const char* event, std::chrono::seconds at) {
+    return reaction.is_due({0, 0, event, name, ""}, host::Reaction::Clock::time_point(at));
+  };
+  EXPECT_TRUE(due("n", "E", 0s) && !due("n", "E", 9s) && due("m", "E", 9s) && due("n", "F", 9s));
+  EXPECT_TRUE(due("n", "E", 10s) && !due("n", "E", 19s));
+  // The one that would end first gives way.
+  for (int i = 0; i < 10000; ++i) EXPECT_TRUE(due(std::to_string(i), "E", 11s));
+  EXPECT_TRUE(due("n", "E", 12s) && !due("9999", "E", 12s));
+  EXPECT_TRUE(host::Reaction({}).is_due({}, {}));
+}
+
+const std::string kSocket = "taskwarden_test." + std::to_string(getpid());
+
+void put(const unique_fd& fd, const std::string& bytes) {
+  EXPECT_EQ(send(fd.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), ssize_t(bytes.size()));
+}
+
+unique_fd client(const std::string& bytes = {}) {
+  unique_fd fd(
+      socket_local_client(kSocket.c_str(), ANDROID_SOCKET_NAMESPACE_ABSTRACT, SOCK_STREAM));
+  put(fd, bytes);
+  return fd;
+}
+
+std::string wire(const std::string& name) {
+  return "7@@8@@E@@" + name + "@@" + '\0';
+}
+
+// A running server, and what it gave: the names of records, and refusals.
+class Served {
+ public:
+  explicit Served(host::RecordServer::Limits limits = {.quiet = 0ms})
+      : server_(
+            host::listen_on(kSocket), host::Senders::trusted(), limits,
+            [this](const host::Record& record, std::string_view, const host::Sender&) {
+              note(record.name);
+              return record.name != "end";
+            },
+            [this](const std::string& line) { note(line); }),
+        thread_([this] { EXPECT_TRUE(server_.run()); }) {}
+  ~Served() {
+    client(wire("end"));
+    thread_.join();
+  }
+  // Waits for `part` behind the one before, for less than a silent client is given.
+  bool saw(const std::string& part) {
+    std::unique_lock lock(mutex_);
+    const bool found =
+        changed_.wait_for(lock, 3s, [&] { return lines_.find(part) != lines_.npos; });
+    lines_.erase(0, lines_.find(part));
+    lines_.erase(0, part.size());
+    return found;
+  }
+
+ private:
+  void note(const std::string& line) {
+    const std::lock_guard lock(mutex_);
+    lines_ += line + "\n";
+    changed_.notify_all();
+  }
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::string lines_;
+  host::RecordServer server_;
+  std::thread thread_;
+};
+
+TEST(RecordServer, BadClientsHoldUpNobody) {
+  Served served;
+  const unique_fd silent = client(), piece = client(wire("in pieces").substr(0, 5));
+  const std::string sender =
+      "refused a record from pid " + std::to_string(getpid()) + ", uid " + std::to_string(getuid());
+  const std::pair<std::string, std::string> rows[] = {
+      {std::string(8192, '7'), "longer than 8191"},
+      {"seven" + wire("n"), sender + ": its pid is not a number"},
+      {"7@@8@@E@@unterminated@@", "before its NUL"},
+      {"", "nothing was sent"},
+      {wire("two") + "and more", "two\n" + sender + ": more follows"},
+      {wire("good"), "good\n"},
+  };
+  for (const auto& [bytes, line] : rows) {
+    client(bytes);
+    EXPECT_TRUE(served.saw(line));
+  }
+  put(silent, wire("silent no more"));
+  EXPECT_TRUE(served.saw("silent no more\n"));
+  put(piece, wire("in pieces").substr(5));
+  EXPECT_TRUE(served.saw("in pieces\n"));
+  put(piece, "later");
+  EXPECT_TRUE(served.saw("refused"));
+}
+
+TEST(RecordServer, SilenceAndCrowdsEnd) {
+  Served served({.connections = 2, .patience = 200ms, .quiet = 0ms});
+  const unique_fd crowd[] = {client(), client(), client()};
+  EXPECT_TRUE(served.saw("too many others came after it"));
+  EXPECT_TRUE(served.saw("in time"));
+}
+
+TEST(RecordServer, CountsRefusalsWithinASecond) {
+  Served served(host::RecordServer::Limits{});
+  for (int i = 0; i < 3; ++i) client("x");
+  EXPECT_TRUE(served.saw("NUL\nrefused 2 records, the last from pid "));
+}
+
+// Who waits while descriptors are short is served once there are some again.
+TEST(RecordServer, OutlivesAShortageOfDescriptors) {
+  Served served;
+  for (int time = 0; time < 2; ++time) {
+    unique_fd last(dup(STDIN_FILENO));
+    rlimit whole = {};
+    getrlimit(RLIMIT_NOFILE, &whole);
+    const rlimit tight = {static_cast<rlim_t>(last.get()) + 1, whole.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &tight);
+    last.reset();
+    const unique_fd waiting = client(wire("late"));
+    EXPECT_TRUE(served.saw("cannot accept connections"));
+    setrlimit(RLIMIT_NOFILE, &whole);
+    EXPECT_TRUE(served.saw("late\n"));
+  }
+  EXPECT_FALSE(host::listen_on(std::string(108, 'n')).ok());
 }
 
 }  // namespace

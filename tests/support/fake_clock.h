@@ -2,6 +2,7 @@
 #ifndef TESTS_SUPPORT_FAKE_CLOCK_H_
 #define TESTS_SUPPORT_FAKE_CLOCK_H_
 
+#include <cmath>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -19,10 +20,10 @@ class FakeClock {
   ~FakeClock() { tw_clock_replace(nullptr); }
   FakeClock& operator=(FakeClock&&) = delete;  // nor any copy
 
-  void advance_ms(int64_t ms) { us += ms * 1000; }
+  void advance_ms(double ms) { us += llround(ms * 1000); }
 
   int64_t us = 1'000'000'000;             // the time
-  std::deque<int64_t> steps_ms;           // moves the clock before the next readings, one each
+  std::deque<double> steps_ms;            // moves the clock before the next readings, one each
   std::vector<int64_t> rests_ms;          // what was slept
   std::function<void()> on_rest = [] {};  // runs at each rest, after the clock has moved
 

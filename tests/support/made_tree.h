@@ -9,14 +9,20 @@
 #include <string>
 #include <string_view>
 
-// One process. An empty `cmdline` leaves the short name as its name.
+// One process. An empty `cmdline` leaves the short name as its name; `kgsl` is the size in kB of
+// the one area in its map.
 struct MadeProcess {
   int pid;
   std::string name = "app";
   int ppid = 1000, threads = 1, fds = 3, fd_size = 64;
   uint64_t rss = 1000, hwm = 1000;
   std::string cmdline = {};
+  char state = 'S';
+  uint64_t kgsl = 0;
 };
+
+// The line in a map of an area of some kB.
+std::string made_area(const std::string& name, uint64_t kb);
 
 class MadeTree {
  public:

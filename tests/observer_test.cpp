@@ -1,0 +1,481 @@
+// What observers get: of every kind of event what the log says, of the table what was read.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
+#include <cstring>
+#include <fstream>
+#include <set>
+#include <stdexcept>
+#include <thread>
+
+#include <android-base/stringprintf.h>
+#include "audit/poll.h"
+#include "inspect/start_time.h"
+#include "inspect/system/meminfo.h"
+#include "interest/interest_list.h"
+#include "proctable/inspection.h"
+#include "proctable/scan.h"
+#include "proctable/table_view.h"
+#include "support/captured_output.h"
+#include "support/child.h"
+#include "support/fake_clock.h"
+#include "support/made_tree.h"
+#include "support/own_network.h"
+#include "support/world.h"
+#include "taskwarden/observers.h"
+
+namespace {
+
+using android::base::StringPrintf;
+using Texts = std::vector<std::string>;
+
+std::string text_of(const taskwarden_bytes& bytes) {
+  return bytes.length > 0 ? std::string(bytes.data, bytes.length) : "";
+}
+
+const std::string kRule = "\n" + std::string(55, '-') + "\n";
+
+// The texts that the log has of `event`, made from the data alone.
+class Telling {
+ public:
+  explicit Telling(const taskwarden_event& event) : event_(event), name_(event.kind->name) {
+    for (size_t i = 0; i < event.row_count; ++i) {
+      const auto* row = reinterpret_cast<const taskwarden_event_row*>(
+          reinterpret_cast<const char*>(event.rows) + i * event.row_size);
+      if (row->kind == TASKWARDEN_ROW_FIGURE) figures_[text_of(row->name)] = row->value;
+      if (row->kind != TASKWARDEN_ROW_FIGURE) rows_[row->kind].push_back(row);
+    }
+  }
+
+  Texts texts() {
+    if (event_.kind->about == TASKWARDEN_ABOUT_PROCESS) return {growth(), explanation()};
+    if (name_.starts_with("Event_ProcRank")) return {ranking()};
+    return {block(measured()), name_.starts_with("Event_") ? counts() : census()};
+  }
+
+ private:
+  using Rows = std::vector<const taskwarden_event_row*>;
+
+  std::string block(const std::string& detail) {
+    return kRule + name_ + "\n-> audit evnet" + detail;
+  }
+  std::string measured() {
+    static const std::map<std::string, const char*> kLabels = {
+        {"mem_free_kb", " mem-free %jd,"},
+        {"mem_available_kb", " mem-avail %jd\n"},
+        {"slab_unreclaimable_kb", " slab unreclaim %jd\n"}};
+    std::string all = ":";
+    for (const auto* row : rows_[TASKWARDEN_ROW_MEASURED]) {
+      const bool counts = text_of(row->name) == "tasks";
+      all += counts ? tasks(row->value) : StringPrintf(kLabels.at(text_of(row->name)), row->value);
+    }
+    return all;
+  }
+  std::string tasks(int64_t count) {
+    static const std::map<int32_t, const char*> kKinds = {
+        {256, "total"}, {257, "kernel"}, {258, "native"}, {259, "runtime"}};
+    return StringPrintf(" %s tasks, %jd\n", kKinds.at(event_.id), count);
+  }
+  std::string counts() {
+    return StringPrintf(
+        "-> There're %jd running processes:\n\t KThread: %jd, Native : %jd, Runtime: %jd\n",
+        figures_["processes"], figures_["kernel"], figures_["native"], figures_["runtime"]);
+  }
+  std::string census() {
+    if (event_.id == 2048) return "";
+    std::string all = StringPrintf("SLAB has %jd entries (size>0), totally %jd bytes; TOP-10:\n",
+                                   figures_["caches"], figures_["bytes"]);
+    Rows caches = rows_[TASKWARDEN_ROW_CACHE];
+    for (size_t i = 1; i <= 10; ++i) {
+      const taskwarden_event_row none = {};
+      const auto& row = i <= caches.size() ? *caches[i - 1] : none;
+      all += StringPrintf("\t #%2zu %20s: %6d %6d, totalsz: %jd\n", i, text_of(row.name).c_str(),
+                          row.objects, row.object_bytes, row.value);
+    }
+    return all;
+  }
+  std::string ranking() {
+    std::string all = kRule + "-> Update process'RSS rank of \"" +
+                      (event_.id == 512 ? "Runtime" : "Non-runtime") + "\":\n";
+    for (const auto* row : rows_[TASKWARDEN_ROW_RANKED]) {
+      all += StringPrintf("\t [%c %2u] pid %u \"%s\": RSS %jd\n", row->is_new ? '*' : ' ',
+                          row->number, row->pid, text_of(row->name).c_str(), row->value);
+    }
+    return all;
+  }
+  std::string growth() {
+    static const std::map<int32_t, const char*> kWordings = {
+        {1536, "RSS increasement, peak"},
+        {1792, "VSS \"DALVIK\" increasement, peak"},
+        {1793, "VSS \"HEAP\" increasement, peak"},
+        {1794, "VSS \"ASHMEM\" increasement, peak"},
+        {1795, "VSS \"KGSL\" increasement, peak"},
+        {1796, "VSS \"DMABUF\" increasement, peak"},
+        {1024, "running threads amount,"},
+        {1280, "open files amount,"},
+        {1281, "open files FDSize,"}};
+    if (event_.id < 1024) return "";
+    return block(StringPrintf(" by proc %u \"%s\": %s %jd -> %jd\n", event_.pid,
+                              text_of(event_.process).c_str(), kWordings.at(event_.id),
+                              event_.before, event_.after));
+  }
+  std::string explanation() {
+    const auto headline = [&](const char* what) {
+      return StringPrintf("-> %s in proc %u \"%s\": %jd\n", what, event_.pid,
+                          text_of(event_.process).c_str(), event_.after);
+    };
+    switch (event_.id) {
+      case 1024:
+        return headline("Too many threads") +
+               inventory(
+                   "Dump threads' map of proc %u, %jd kinds of threads\nAnd, only the thread "
+                   "which is more than %jd will be list:\n",
+                   "\t \"%16s\": %jd\n", "-> Here they're the newly created:\n",
+                   "\t \"%16s\" created: %jd\n");
+      case 1280:
+        return headline("Too many open files") +
+               inventory(
+                   "Dump openfiles' map of proc %u, %jd kinds of files\nAnd, only the file "
+                   "opened more than %jd will be list:\n",
+                   "\t \"%s\": %jd\n", "-> Here they're the newly opened:\n",
+                   "\t \"%s\" added: %jd\n");
+      case 1281:
+        return headline("Too large \"FDSize\"");
+      case 1536:
+        return headline("RSS is too large") + divisions();
+      default:
+        return "";
+    }
+  }
+  std::string inventory(const char* head, const char* entry, const char* heading,
+                        const char* grown) {
+    const Rows all = rows_[TASKWARDEN_ROW_INVENTORY];
+    EXPECT_EQ(static_cast<int64_t>(all.size()), figures_["kinds"]);
+    std::string text = StringPrintf(head, event_.pid, figures_["kinds"], figures_["listed_above"]);
+    for (const auto* row : all) {
+      if (row->value > figures_["listed_above"])
+        text += StringPrintf(entry, text_of(row->name).c_str(), row->value);
+    }
+    text += event_.is_compared ? heading : "";
+    for (const auto* row : rows_[TASKWARDEN_ROW_GROWN])
+      text += StringPrintf(grown, text_of(row->name).c_str(), row->increase);
+    return text;
+  }
+  std::string divisions() {
+    EXPECT_EQ(rows_[TASKWARDEN_ROW_INVENTORY].size(), 18U);
+    std::string text;
+    for (const auto* row : rows_[TASKWARDEN_ROW_GROWN]) {
+      text += StringPrintf(
+          "\t #%02u: \"%10s\" eaten %8jd kB in %3u areas; increased %8jd kB, %d areas\n",
+          row->number, text_of(row->name).c_str(), row->value, row->areas, row->increase,
+          row->areas_increase);
+    }
+    for (const auto* row : rows_[TASKWARDEN_ROW_LARGEST_INCREASE]) {
+      text += StringPrintf("\t -> THE MAX INCREASE is \"%s\" (%u)\n", text_of(row->name).c_str(),
+                           row->number);
+    }
+    return text;
+  }
+
+  const taskwarden_event& event_;
+  const std::string name_;
+  std::map<std::string, int64_t> figures_;
+  std::map<int32_t, Rows> rows_;
+};
+
+// Takes every event while it lives, and holds what it was told against the log.
+class Observed {
+ public:
+  explicit Observed(int flags = TASKWARDEN_WITH_TEXT) {
+    EXPECT_EQ(taskwarden_observe_events(take, this, flags), 0);
+  }
+  ~Observed() { taskwarden_observe_events(nullptr, nullptr, 0); }
+
+  // The log has each text of the events since the last call, and nothing else.
+  void expect_told(std::string log) {
+    for (const std::string& text : std::exchange(texts_, {})) {
+      const size_t at = log.find(text);
+      ASSERT_NE(at, log.npos) << text << "is not in:\n" << log;
+      log.erase(at, text.size());
+    }
+    EXPECT_EQ(log, "");
+  }
+
+  std::set<int32_t> ids;
+  std::map<uint32_t, uint64_t> starts;
+  std::string lives;  // ends and changes of name, rankings' comings and goings
+  int lost = 0;
+
+ private:
+  static void take(void* self, const taskwarden_event* event) {
+    auto& own = *static_cast<Observed*>(self);
+    ASSERT_EQ(event->size, sizeof(*event));
+    ASSERT_EQ(event->id, event->kind->id);
+    own.ids.insert(event->id);
+    own.lost += event->record == TASKWARDEN_RECORD_LOST;
+    if (event->pid != 0) own.starts[event->pid] = event->start_time;
+    for (const std::string& text : Telling(*event).texts()) own.texts_.push_back(text);
+    if (event->id != 769 && event->id != 770 && event->id != 513) return;
+    own.lives += std::to_string(event->id) + text_of(event->process);
+    for (size_t i = 0; i < event->row_count; ++i) {
+      const taskwarden_event_row& row = event->rows[i];
+      if (row.kind == TASKWARDEN_ROW_NEW_NAME) own.lives += ">" + text_of(row.name);
+      if (row.kind == TASKWARDEN_ROW_CAME) own.lives += "+" + text_of(row.name);
+      if (row.kind == TASKWARDEN_ROW_WENT) own.lives += "-" + text_of(row.name);
+    }
+    own.lives += " ";
+  }
+
+  Texts texts_;
+};
+
+void pass(FakeClock& clock, tw_process_list* list) {
+  clock.advance_ms(3000);
+  tw_process_list_refresh(list);
+  for (auto* at = list->head; at != nullptr;) tw_process_list_iterate(list, at, 1 << 20, &at);
+}
+
+// A child of the demonstration, which leaks once for each order.
+class DemoChild {
+ public:
+  explicit DemoChild(const std::string& kind) {
+    int ends[2];
+    pass_low_pids();
+    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+    orders_.reset(ends[1]);
+    const unique_fd input(ends[0]);
+    pid_ = fork();
+    if (pid_ == 0) {
+      dup2(input.get(), 0);
+      execl(TASKWARDEN_PROGRAM, ("demo-" + kind).c_str(), "demo-child", kind.c_str(), nullptr);
+      _exit(127);
+    }
+  }
+  ~DemoChild() { kill(pid_, SIGKILL), waitpid(pid_, nullptr, 0); }
+  pid_t pid() const { return pid_; }
+  void leak() {
+    std::ignore = write(orders_.get(), "", 1);
+    settle();
+  }
+  // Returns when it has taken its order and waits for the next: in read(2), on descriptor 0.
+  void settle() const {
+    int untaken = 1;
+    while (untaken > 0) ioctl(orders_.get(), FIONREAD, &untaken);
+    const std::string path = "/proc/" + std::to_string(pid_) + "/syscall";
+    for (std::string words; !words.starts_with(std::to_string(SYS_read) + " 0x0 ");) {
+      std::ifstream file(path);
+      std::getline(file, words);
+    }
+  }
+
+ private:
+  pid_t pid_ = -1;
+  unique_fd orders_;
+};
+
+}  // namespace
+
+TEST(OwnProcess, LeaksReachTheObserverAsTheLogSaysThem) {
+  if (access("/proc/self/syscall", R_OK) != 0) GTEST_SKIP() << "no /proc/PID/syscall here";
+  own_network();
+  interest_builtin_add("demo-shared");
+  tw_process_list* list = fresh_table();
+  FakeClock clock;
+  CapturedOutput output;
+  Observed observed;
+  std::vector<std::unique_ptr<DemoChild>> children;
+  for (const char* kind : {"threads", "sockets", "pipes", "files", "memory", "shared", "rename"}) {
+    children.push_back(std::make_unique<DemoChild>(kind));
+    children.back()->settle();
+  }
+  for (int i = 0; i < 3; ++i) pass(clock, list);
+  for (int round = 0; round < 3; ++round) {
+    for (auto& child : children) child->leak();
+    pass(clock, list);
+    pass(clock, list);
+  }
+  for (const auto& child : children) {
+    const auto pid = static_cast<uint32_t>(child->pid());
+    EXPECT_EQ(observed.starts[pid], tw_read_start_time(pid));
+    EXPECT_NE(observed.starts[pid], 0U);
+  }
+  const auto ended = children.back()->pid();
+  children.clear();
+  pass(clock, list);
+  observed.expect_told(output.report());
+  EXPECT_GT(observed.lost, 0);
+  for (const int id : {513, 769, 770, 1024, 1280, 1281, 1536})
+    EXPECT_TRUE(observed.ids.contains(id)) << id;
+  const std::string pid = "#" + std::to_string(ended) + " ";
+  EXPECT_NE(observed.lives.find("demo-renamed" + pid), std::string::npos) << observed.lives;
+  EXPECT_NE(observed.lives.find("770demo-rename#" + std::to_string(ended) + ">demo-renamed" + pid),
+            std::string::npos);
+}
+
+TEST(Observer, SaysOfAMadeSystemWhatTheLogSays) {
+  own_network();
+  interest_builtin_add("app");
+  MadeTree tree;
+  tw_process_list* list = fresh_table();
+  FakeClock clock;
+  CapturedOutput output;
+  Observed observed;
+  tree.put({.pid = 400, .name = "zygote", .ppid = 1});
+  tree.write("slabinfo", "dentry 3 3 100 1\n");
+  tree.write("meminfo", "MemFree: 5 kB\nMemAvailable: 6 kB\nSUnreclaim: 2097152 kB\n");
+  tree.write("400/stat", "400 (a) b) S 1" + std::string(36, ' ') + "\n");
+  for (int i = 0; i < 6; ++i) {
+    tree.put({.pid = 401 + i, .ppid = 400, .rss = 10, .hwm = 10});
+    tree.write(std::to_string(401 + i) + "/stat",
+               std::to_string(401 + i) + " (a) 7 (b)) S 1 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 " +
+                   std::to_string(7000 + i) + " 1 2\n");
+  }
+  const char* const names[] = {"[anon:dalvik-", "[anon:libc_malloc]", "/dev/ashmem", "/dev/kgsl",
+                               "/dmabuf:"};
+  for (const char* end : {"1000", "2000", "9000"}) {
+    std::string maps;
+    for (const char* name : names)
+      maps += std::string("0-") + end + "000 rw-p 0 0:0 0 " + name + "\n";
+    tree.write("401/maps", maps);
+    tw_system_check_meminfo(nullptr);
+    pass(clock, list);
+    pass(clock, list);
+  }
+  list->count = 3000, list->runtime_count = list->native_count = 501, list->kthread_count = 1001;
+  tw_event_poll_process_list(list);
+  list->runtime_count = list->native_count = list->kthread_count = 0;
+  tw_event_poll_process_list(list);
+  observed.expect_told(output.report());
+  EXPECT_EQ(observed.starts[401], 7000U);
+  std::set<int32_t> all;
+  for (size_t i = 0; const auto* kind = taskwarden_event_kind_at(i); ++i) {
+    EXPECT_TRUE(all.insert(kind->id).second);
+    EXPECT_TRUE(kind->size == sizeof(*kind) && *kind->what && *kind->rule);
+  }
+  for (const int seen_elsewhere : {513, 768, 769, 770, 1024, 1280, 1281, 1536})
+    all.erase(seen_elsewhere);
+  for (const int id : all) EXPECT_TRUE(observed.ids.contains(id)) << id;
+  list->count = 7;
+}
+
+TEST(Observer, CanBeAloneTakenOutAndThrow) {
+  fresh_table();
+  CapturedOutput output;
+  tw_meminfo_t low = {};
+  {
+    const Observed observed(TASKWARDEN_WITHOUT_TEXT);
+    tw_event_poll_meminfo(&low);
+    EXPECT_TRUE(observed.ids.contains(2048));
+    EXPECT_EQ(output.report(), "");
+  }
+  tw_event_poll_meminfo(&low);
+  EXPECT_NE(output.report(), "");
+  EXPECT_EQ(taskwarden_observe_events(nullptr, nullptr, 2) + errno, EINVAL - 1);
+  EXPECT_EQ(taskwarden_observe_table(nullptr, nullptr, -1) + errno, EINVAL - 1);
+  // The end of its thread is no exception, and unwinds all that is held.
+  taskwarden_observe_events([](void*, const taskwarden_event*) { pthread_exit(nullptr); }, nullptr,
+                            TASKWARDEN_WITHOUT_TEXT);
+  std::thread([&] { tw_event_poll_meminfo(&low); }).join();
+  // What is said in an observer is not part of the event's text.
+  taskwarden_observe_events([](void*, const taskwarden_event*) { taskwarden_notify(0); }, nullptr,
+                            TASKWARDEN_WITHOUT_TEXT);
+  output.report();
+  tw_event_poll_meminfo(&low);
+  EXPECT_EQ(output.report(), "-> resume taskwarden\n");
+  int calls = 0;
+  taskwarden_observe_events(
+      [](void* count, const taskwarden_event*) {
+        EXPECT_EQ(taskwarden_observe_events(nullptr, nullptr, 0), -1);
+        EXPECT_EQ(errno, EDEADLK);
+        if (++*static_cast<int*>(count) == 2) throw std::runtime_error("no");
+      },
+      &calls, 0);
+  for (int i = 0; i < 4; ++i) tw_event_poll_meminfo(&low);
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(output.log(),
+            "taskwarden event|>> an observer threw an exception and is taken out!!\n");
+}
+
+TEST(TableView, KnowsWhatWasReadAndWhatWasNot) {
+  interest_builtin_add("closer");
+  MadeTree tree;
+  tw_process_list* list = fresh_table();
+  FakeClock clock;
+  CapturedOutput output;
+  std::string shown;
+  const auto show = [](void* to, const taskwarden_table* table) {
+    auto& text = *static_cast<std::string*>(to);
+    taskwarden_process row = {};
+    for (row.size = sizeof(row); taskwarden_next_process(table, &row) == 1;) {
+      text +=
+          StringPrintf("%s %x %d%c%d %d/%d %jd<%jd k%jd %d%d%d %jd\n", text_of(row.name).c_str(),
+                       row.known, row.parent, row.state ? row.state : '-', row.threads,
+                       row.open_files, row.descriptor_table, intmax_t(row.resident_kb),
+                       intmax_t(row.peak_kb), intmax_t(row.kgsl_kb), row.is_watched,
+                       row.is_interesting, row.is_kernel_task, intmax_t(row.start_time));
+    }
+    text += StringPrintf("%u processes, %u unreadable, pass %u.%u%s\n", table->processes,
+                         table->unreadable, table->pass, table->slice,
+                         table->is_complete ? " complete" : "");
+    taskwarden_process part = {};
+    part.size = offsetof(taskwarden_process, known);
+    EXPECT_EQ(taskwarden_next_process(table, &part), table->processes > 0);
+    EXPECT_TRUE(part.known == 0 && part.size == offsetof(taskwarden_process, known));
+    part.size = offsetof(taskwarden_process, known) - 1;
+    EXPECT_EQ(taskwarden_next_process(table, &part), 0);
+    part.size = sizeof(part);
+    part.pid = 299;
+    EXPECT_EQ(taskwarden_next_process(table, &part), 0);
+  };
+  ASSERT_EQ(taskwarden_observe_table(show, &shown, TASKWARDEN_EVERY_PASS), 0);
+  const auto passed = [&] {
+    pass(clock, list);
+    tw_show_table_after_slice(list, {9, 2, 5, 1, true});
+    return std::exchange(shown, {});
+  };
+  tree.put({.pid = 300, .name = "closer", .rss = 7, .hwm = 8});
+  tree.write("300/maps", "0-4000 rw-p 0 0:0 0 /dev/kgsl\n");
+  tree.write("300/stat", "300 () S 1 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 42");
+  EXPECT_EQ(
+      passed(),
+      "closer#300 2ff 1000S1 3/64 7<8 k0 010 42\n1 processes, 0 unreadable, pass 9.2 complete\n");
+  EXPECT_EQ(
+      passed(),
+      "closer#300 3ff 1000S1 3/64 7<8 k16 110 42\n1 processes, 0 unreadable, pass 9.2 complete\n");
+  // What cannot be read is not told from an earlier visit.
+  tree.write("300/status", "Name:\tcloser\nState:\tD\nPid:\t300\nPPid:\t1000\nVmRSS:\t9\n");
+  tree.remove("300/fd");
+  tree.remove("300/maps");
+  EXPECT_EQ(
+      passed(),
+      "closer#300 227 1000D0 0/0 9<0 k0 110 42\n1 processes, 1 unreadable, pass 9.2 complete\n");
+  tree.write("300/status", "Name:\tother\nState:\tD\nPid:\t301\n");
+  EXPECT_EQ(passed().substr(0, 35), "other#300 200 0-0 0/0 0<0 k0 000 42");
+  // A kernel task has no memory, and its descriptors are not looked at.
+  tree.put({.pid = 300, .name = "kworker", .ppid = 2, .fds = 9});
+  tree.write("300/status",
+             "Name:\tkworker\nState:\tI\nPid:\t300\nPPid:\t2\nFDSize:\t64\nThreads:\t1\n");
+  tree.write("300/stat", "300 () S 1 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 43");
+  EXPECT_EQ(passed().substr(0, 38), "kworker#300 24f 2I1 0/64 0<0 k0 001 43");
+  tree.remove(300);
+  EXPECT_EQ(passed(), "0 processes, 0 unreadable, pass 9.2 complete\n");
+  taskwarden_observe_table(nullptr, nullptr, 0);
+}
+
+TEST(StartTime, IsFieldTwentyTwoWhateverTheName) {
+  const std::string fields = " S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 -1 ";
+  const std::pair<std::string, uint64_t> rows[] = {
+      {"1 (a)" + fields + "99 5 6\n", 99},
+      {"1 (a) S (b))" + fields + "99", 99},
+      {"1 ()" + fields + "18446744073709551615 ", 18446744073709551615U},
+      {"1 (a)" + fields + "-1", 0},
+      {"1 (a" + fields + "99", 0},
+      {"1 (a)" + fields, 0},
+      {"", 0},
+      {")", 0}};
+  for (const auto& [text, ticks] : rows) EXPECT_EQ(tw_parse_start_time(text), ticks) << text;
+}
