@@ -6,15 +6,17 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "inspect/open_files.h"
+#include "inspect/open_files_count.h"
 #include "measure.h"
 #include "platform/unique_fd.h"
 #include "raw_calls.h"
 #include "subject.h"
+#include "taskwarden/observers.h"
 #include "transcription.h"
 
 namespace {
@@ -151,6 +153,37 @@ void add_slice(const std::string& population) {
       ->Unit(benchmark::kMillisecond);
 }
 
+// What an observer of events costs a visit in which nothing happens: turns with and without one
+// alternate, and each is divided by the one before.
+void add_observer(const std::string& population, int turns) {
+  benchmark::RegisterBenchmark(("observer/" + population + "/ours").c_str(),
+                               [population, turns](benchmark::State& state) {
+                                 Subject& s = subject(population);
+                                 const auto visit = [&s] {
+                                   timespec begin, end;
+                                   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &begin);
+                                   require(s.visit(), "wrong result");
+                                   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &end);
+                                   return static_cast<double>(end.tv_sec - begin.tv_sec) * 1e9 +
+                                          static_cast<double>(end.tv_nsec - begin.tv_nsec);
+                                 };
+                                 for ([[maybe_unused]] auto iteration : state) {
+                                   std::vector<double> ratios;
+                                   for (int turn = 0; turn < turns; ++turn) {
+                                     const double without = visit();
+                                     taskwarden_observe_events(
+                                         [](void*, const taskwarden_event*) {}, nullptr, 0);
+                                     ratios.push_back(visit() / without);
+                                     taskwarden_observe_events(nullptr, nullptr, 0);
+                                   }
+                                   std::sort(ratios.begin(), ratios.end());
+                                   state.counters["ratio"] = ratios[ratios.size() / 2];
+                                 }
+                               })
+      ->Iterations(1)
+      ->Unit(benchmark::kMillisecond);
+}
+
 void add_bookkeeping() {
   const auto add = [](const std::string& variant, auto work) {
     benchmark::RegisterBenchmark(("bookkeeping/one visit/" + variant).c_str(),
@@ -258,6 +291,7 @@ int main(int argc, char** argv) {
   add_pieces("1000");
   add_slice("3000");
   add_slice("10000");
+  add_observer("300", 201);
   add_bookkeeping();
   add_experiment("1000");
   return run_benchmarks(argc, argv);

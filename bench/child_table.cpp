@@ -11,6 +11,7 @@
 #include "platform/clock.h"
 #include "proctable/inspection.h"
 #include "proctable/storage.h"
+#include "proctable/table_notes.h"
 #include "taskwarden/taskwarden.h"
 
 namespace {
@@ -76,7 +77,7 @@ ChildTable::ChildTable(std::span<const pid_t> pids) : list_(tw_process_list_crea
 ChildTable::~ChildTable() {
   while (tw_process_entry* entry = list_->head) {
     list_->head = entry->next;
-    *tw_fd_listing_of(entry->pid) = {};
+    *tw_process_note_of(list_, entry->pid) = {};
     *entry = {};
   }
   for (ProcessCollector* ranking : {list_->runtime_collector, list_->native_collector}) {
@@ -87,7 +88,7 @@ ChildTable::~ChildTable() {
 
 // As a scan does it: the newest is the head.
 void ChildTable::link(pid_t pid) {
-  if (static_cast<uint32_t>(pid) >= tw_process_slots()) {
+  if (static_cast<uint32_t>(pid) >= tw_process_slots(list_)) {
     throw std::runtime_error("a pid beyond the table");
   }
   tw_process_entry* entry = &list_->entries[pid];

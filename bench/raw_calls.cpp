@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-#include "inspect/open_files.h"
+#include "inspect/open_files_count.h"
 #include "platform/proc_root.h"
 #include "platform/unique_fd.h"
 

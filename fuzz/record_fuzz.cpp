@@ -1,10 +1,10 @@
 // A record as it arrives, taken apart, put together again, and shown.
-#include "host/record.h"
+#include "host/common/record.h"
 
 #include <nlohmann/json.hpp>
 
-#include "host/escape.h"
-#include "host/record_format.h"
+#include "host/common/escape.h"
+#include "host/common/record_format.h"
 #include "target.h"
 
 // The bytes that `shown` stands for, which must not drive a terminal.

@@ -1,22 +1,20 @@
 // A slabinfo file: each line against the scan format, and the census against its own rows.
 #include "inspect/system/slabinfo.h"
+#include "inspect/system/slabinfo_parse.h"
 
 #include <cstdio>
-#include <tuple>
 
 #include "target.h"
 
 // Whether parse_slab() was right to deliver `count` and `got` for `line` (at most 1023 bytes). What
 // it leaves behind when it fails does not count.
 static bool slab_line_agrees(std::string_view line, int count, const tw_slab_entry_t& got) {
-  tw_slab_entry_t want = {};
-  int32_t all;
+  int32_t active, all, size;
   char name[1024], rest[1024];
-  const int wanted = sscanf(std::string(line).c_str(), TW_SLAB_FORMAT, name, &want.active_objs,
-                            &all, &want.obj_size, rest);
-  return count == wanted &&
-         (count != 5 || std::tuple(std::string(name, 0, 63), want.active_objs, want.obj_size) ==
-                            std::tuple(std::string(got.name), got.active_objs, got.obj_size));
+  const int wanted =
+      sscanf(std::string(line).c_str(), TW_SLAB_FORMAT, name, &active, &all, &size, rest);
+  return count == wanted && (count != 5 || (std::string_view(name).substr(0, 63) == got.name &&
+                                            active == got.active_objs && size == got.obj_size));
 }
 
 void fuzz(std::string_view text) {

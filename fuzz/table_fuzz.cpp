@@ -1,17 +1,10 @@
 // Passes over a made process tree while its processes come, go, change their names and grow, and
-// the clock jumps: after each step the table is whole and every tagged block has one owner.
+// the clock jumps: after each the table is whole and every tagged block has one owner.
 #include <set>
 
-#include "audit/process_collector.h"
 #include "blocks/tagged_block.h"
 #include "interest/interest_list.h"
-#include "proctable/inspection.h"
-#include "proctable/scan.h"
-#include "support/captured_output.h"
-#include "support/fake_clock.h"
-#include "support/fresh_table.h"
-#include "support/made_tree.h"
-#include "support/own_network.h"
+#include "support/world.h"
 #include "target.h"
 
 namespace {
@@ -22,11 +15,6 @@ std::set<const void*> live_blocks;
 
 // The input byte by byte; zeros once it is used up.
 struct Bytes {
-  std::string text() {
-    std::string taken(rest.substr(0, next()));
-    rest.remove_prefix(taken.size());
-    return taken;
-  }
   uint8_t next() {
     const char byte = rest.empty() ? '\0' : rest[0];
     rest.remove_prefix(!rest.empty());
@@ -39,51 +27,35 @@ struct Bytes {
   std::string_view rest;
 };
 
-void check(const tw_process_list& list) {
-  static constexpr char kFree[sizeof(tw_process_entry)] = {};
-  const std::vector<uint32_t> linked = linked_pids(&list);
+void pass(World& w, double ms) {
+  require(w.pass(ms).find("wrong") == std::string::npos);
   std::set<const void*> owned;
-  for (uint32_t pid = kFirstPid - 1; pid <= kFirstPid + kPids; ++pid) {
-    const tw_process_entry& slot = list.entries[pid];
-    require(slot.pid == 0 ? memcmp(&slot, kFree, sizeof(kFree)) == 0 : slot.pid == pid);
-    require(std::count(linked.begin(), linked.end(), pid) == (slot.pid != 0));
-    for (const void* block :
+  for (const uint32_t pid : linked_pids(w.list)) {
+    const tw_process_entry& slot = w[pid];
+    for (void* block :
          {slot.divisions_block, slot.files_counter_block, slot.threads_counter_block}) {
       require(block == nullptr || (tw_check(block) != nullptr && owned.insert(block).second));
     }
   }
   require(owned == live_blocks);
-  for (const ProcessCollector* ranking : {list.runtime_collector, list.native_collector}) {
-    const std::set<const void*> ranked(ranking->members.begin(), ranking->members.end());
-    require(ranked.size() == ranking->members.size() && ranked.size() <= 5);
-  }
 }
 
-void change(MadeTree& tree, FakeClock& clock, Bytes& input) {
-  static const std::string kFiles[] = {"/status", "/cmdline",     "/maps",
-                                       "/smaps",  "/task/1/comm", "/fd"};
-  const int pid = kFirstPid + input.next() % kPids;
-  const std::string folder = std::to_string(pid);
-  const int what = input.next() % 5;
-  if (what == 0) {
-    MadeProcess process = {
-        .pid = pid,
-        .name = input.one_of({"app", "app_b", "zygote", "zygote64", "<dummy 3", "\n"}),
-        .ppid = input.one_of({1000, 0, 1, 2, kFirstPid, kFirstPid + 1}),
-        .threads = input.next() % 8,
-        .fds = input.next() % 16};
-    process.rss = process.hwm = uint64_t{1000} << input.next() % 16;
-    tree.put(process);
-  } else if (what == 1) {
-    tree.remove(pid);
-  } else if (what == 2) {
-    tree.remove(folder + input.one_of(kFiles));
-  } else if (what == 3) {
-    const std::string& file = input.one_of(kFiles);
-    tree.write(folder + file, input.text());
-  } else {
-    clock.advance_ms(int64_t{1000} * static_cast<int8_t>(input.next()));
-  }
+void change(World& w, Bytes& input) {
+  const int pid = kFirstPid + input.next() % kPids, what = input.next() % 4;
+  const std::string file =
+      std::to_string(pid) + input.one_of({"/status", "/cmdline", "/maps", "/smaps", "/fd"});
+  if (what == 0) w.tree.remove(pid);
+  if (what == 1) w.tree.remove(file);
+  if (what == 2) w.tree.remove(file), w.tree.write(file, input.rest.substr(0, input.next()));
+  if (what < 3) return;
+  MadeProcess process = {
+      .pid = pid,
+      .name = input.one_of({"app", "app_b", "zygote", "zygote64", "<dummy 3", "\n"}),
+      .ppid = input.one_of({1000, 0, 1, 2, kFirstPid, kFirstPid + 1}),
+      .threads = input.next() % 8,
+      .fds = input.next() % 16};
+  process.rss = process.hwm = uint64_t{1000} << input.next() % 16;
+  w.tree.put(process);
 }
 
 }  // namespace
@@ -103,33 +75,14 @@ tw_alloc_hdr* __wrap__Z10tw_releasePv(void* block) {
 }
 
 void fuzz(std::string_view text) {
-  [[maybe_unused]] static const bool prepared = (own_network(), interest_builtin_add("_b"), true);
-  CapturedOutput output;
-  MadeTree tree;
-  FakeClock clock;
-  tw_process_list* list = fresh_table();
-  tw_process_entry* cursor = nullptr;
-  const auto slice = [&](int32_t budget_ms) {
-    if (cursor == nullptr) {
-      require(tw_process_list_refresh(list) >= 0);
-      cursor = list->head;
-    }
-    tw_process_list_iterate(list, cursor, budget_ms, &cursor);
-    check(*list);
-  };
+  [[maybe_unused]] static const bool prepared = (interest_builtin_add("_b"), true);
+  World w;
   for (Bytes input{text}; !input.rest.empty();) {
     const uint8_t step = input.next();
-    if (step < 128) {
-      change(tree, clock, input);
-    } else {
-      clock.steps_ms.assign(8, step % 4);  // what each visit takes
-      slice(step / 4 % 8);
-    }
+    if (step < 128) change(w, input);
+    if (step >= 128) pass(w, 1000.0 * static_cast<int8_t>(step + 64));
   }
-  for (int pid = kFirstPid; pid < kFirstPid + kPids; ++pid) tree.remove(pid);
-  do {
-    slice(0);
-  } while (list->count != 0 || cursor != nullptr);
-  require(live_blocks.empty());
-  require(output.log().find("something goes wrong") == std::string::npos);
+  for (int pid = kFirstPid; pid < kFirstPid + kPids; ++pid) w.tree.remove(pid);
+  pass(w, 0);
+  require(w.list->count == 0 && live_blocks.empty());
 }

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -39,14 +38,9 @@ void each_line(std::string_view text, Take take) {
   require(lines.next().empty());
 }
 
-// The value of a line "Key:  value unit", found the plain way: what stands behind the first colon
-// and the blanks there, up to the next blank or NUL. Nothing where the line has none.
-inline std::optional<std::string> plain_value(std::string_view line) {
-  line = line.substr(0, line.find('\0'));
-  const size_t colon = line.find(':');
-  const size_t start = colon != line.npos ? line.find_first_not_of(" \t", colon + 1) : line.npos;
-  if (start == line.npos) return std::nullopt;
-  return std::string(line.substr(start, line.find_first_of(" \t\r\n", start) - start));
+// Whether a file says anything under a key, which alone may change what is kept of it.
+inline bool may_change(std::string_view text, std::string_view key, bool changed) {
+  return !changed || text.find(key) != text.npos;
 }
 
 #endif  // FUZZ_TARGET_H_

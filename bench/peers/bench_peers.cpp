@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "inspect/open_files.h"
+#include "inspect/open_files_count.h"
 #include "measure.h"
 #include "subject.h"
 

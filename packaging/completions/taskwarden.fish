@@ -1,5 +1,6 @@
 # Completion for taskwarden, read from its own --help: the commands, the options of a command, and,
-# by the word that stands for it there, what an option or a command takes.
+# by the word that stands for it there, what an option or a command takes. The names of events are from
+# `taskwarden events`.
 function __taskwarden_complete
     set -l before (commandline -opc)
     set -l current (commandline -ct)
@@ -10,7 +11,7 @@ function __taskwarden_complete
         if string match -qr '^([A-Z][a-z]+:)?$' -- $line
             set section $line
         else if test "$section" = Options:
-            set -l found (string match -r '^  (?:-.,)?(--[a-z-]+) ?([A-Za-z|]*)(?= |$) *(.*)' -- $line)
+            set -l found (string match -r '^  (?:-.,)?(--[a-z-]+) ?([A-Za-z|]*)(?: ?\[\S*)?(?= |$) *(.*)' -- $line)
             or continue
             set -a words "$found[2]"\t"$found[4]"
             if test "$before[-1]" = "$found[2]"
@@ -29,6 +30,9 @@ function __taskwarden_complete
     switch "$value"
         case ''
             printf '%s\n' $words
+        case EVENT
+            set -l head (string replace -r '[^,]*$' '' -- $current)
+            $before[1] events | string replace -rf '^(\w+),.*sends a record$' "$head"'$1'
         case DIR
             __fish_complete_directories $current
         case FILE
