@@ -38,7 +38,7 @@ need() {
     # A stale source of packages that are not ours is no reason to stop: the installation tells.
     "${sudo[@]}" apt-get -q update >&2 || say "apt-get update failed; trying the lists at hand"
     "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
-      apt-get -q install -y --no-install-recommends "${missing[@]}" >&2
+      apt-get -q -o DPkg::Lock::Timeout=300 install -y --no-install-recommends "${missing[@]}" >&2
     return
   fi
 
