@@ -106,6 +106,8 @@ void History::enter(State state, const Growth& growth, uint32_t minute) {
     since_ = since;
   }
   state_ = state;
+  kind_ = growth.kind;
+  rate_ = static_cast<float>(growth.rate_per_hour);
   span_ = static_cast<uint16_t>(std::min(growth.minutes, uint32_t{UINT16_MAX}));
   if (state >= State::kConfirmed) {
     alerted_ = true;
@@ -143,10 +145,25 @@ bool History::is_over(const Moment& moment, Evidence* evidence) {
   return true;
 }
 
+bool History::told(uint32_t minute, Change* change) const {
+  *change = {state_,
+             rate_,
+             seconds_left({minute, minute, last(minute), limit_}, rate_),
+             {kind_, span_ * 60.0}};
+  return state_ != State::kNone;
+}
+
+bool History::is_sound(uint32_t minute) const {
+  return from_ >= 0 && from_ < HUGE_VALF && std::isfinite(rate_) && limit_ >= 0 &&
+         std::max({since_, peak_at_, alerted_at_}) <= minute && state_ < State::kEnded &&
+         kind_ <= Evidence::Kind::kSameHour;
+}
+
 bool History::look(const Moment& moment, Resource resource, Change* change) {
   const uint32_t passed = moment.minute - moment.before;
   const Code code = floors_.at(kMinutes, moment.before);
   newest_ = passed <= kWindows[kMinutes] && code != 0 ? code : newest_;
+  limit_ = static_cast<float>(moment.limit);
   if (passed > kGap) {
     peak_at_ += passed;
   }

@@ -45,6 +45,37 @@ class History {
   uint32_t since() const { return since_; }  // minute
   // The lowest level of the minute that was last known; 0 if none is.
   double last(uint32_t minute) const;
+  // The nearest limit when it was last known; infinity if never.
+  double limit() const { return limit_; }
+  // What was told and has not ended, as it stands at the open minute; false if there is nothing.
+  bool told(uint32_t minute, Change* change) const;
+
+  // Shows every part of `history` to `visit`, each a number or an array of them, in a fixed order.
+  template <typename H, typename Visit>
+  static void visit(H& history, Visit& visit) {
+    visit(history.floors_.minutes);
+    visit(history.floors_.eights);
+    visit(history.floors_.hours);
+    visit(history.floors_.low);
+    visit(history.floors_.low_of_eight);
+    visit(history.floors_.low_of_hour);
+    visit(history.from_);
+    visit(history.rate_);
+    visit(history.limit_);
+    visit(history.since_);
+    visit(history.peak_at_);
+    visit(history.alerted_at_);
+    visit(history.newest_);
+    visit(history.peak_);
+    visit(history.ceiling_);
+    visit(history.span_);
+    visit(history.state_);
+    visit(history.kind_);
+    visit(history.agreed_);
+    visit(history.alerted_);
+  }
+  // Whether such parts, from outside, can be those of a history at the open minute.
+  bool is_sound(uint32_t minute) const;
 
  private:
   bool closed(Scale scale, const Moment& moment) const;
@@ -55,7 +86,8 @@ class History {
 
   Floors floors_{};
   float from_ = 0;           // level when the growth that was told began
-  float rate_ = 0;           // an hour, of that growth when it was last confirmed
+  float rate_ = 0;           // an hour, of that growth when it was last looked at
+  float limit_ = HUGE_VALF;  // the nearest one when it was last known
   uint32_t since_ = 0;       // when it began
   uint32_t peak_at_ = 0;     // when the highest floor since then was reached
   uint32_t alerted_at_ = 0;  // when it was last confirmed or urgent
@@ -64,6 +96,7 @@ class History {
   Code ceiling_ = 0;         // the highest of what was told before and ended
   uint16_t span_ = 0;        // minutes that the evidence covered
   State state_ = State::kNone;
+  Evidence::Kind kind_ = Evidence::Kind::kGrowth;
   uint8_t agreed_ = 0;    // looks by the hour that found a leak, less those that did not
   bool alerted_ = false;  // ever
 };

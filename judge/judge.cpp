@@ -51,9 +51,10 @@ Judge::Process& Judge::find(const Sample& sample, int64_t memory_kb) {
 }
 
 void Judge::take(const Sample& sample) {
+  last_ = processes_.empty() ? sample.time : last_;
   const double passed = sample.time - last_;
   watched_ += passed > 0 && passed <= kGap ? passed : 0;
-  last_ = processes_.empty() ? sample.time : std::max(last_, sample.time);
+  last_ = std::max(last_, sample.time);
   if (watched_ - swept_ > kSweep) {
     swept_ = watched_;
     forget_lost(sample.time);
@@ -66,7 +67,7 @@ void Judge::take(const Sample& sample) {
   }
   process.last = sample.time;
   const uint32_t before = process.minute;
-  process.minute = static_cast<uint32_t>(std::min((sample.time - process.first) / 60, 4e9));
+  process.minute = process.minute_at(sample.time);
   const int64_t levels[kResources] = {memory_kb, sample.threads, sample.open_files};
   for (size_t i = 0; i < kResources; ++i) {
     History& history = process.histories[i];
@@ -84,48 +85,64 @@ void Judge::take(const Sample& sample) {
       Change change;
       if (history.look({before, process.minute, now, limits[i]}, static_cast<Resource>(i),
                        &change)) {
-        Verdict verdict;
-        verdict.time = sample.time;
-        verdict.state = change.state;
+        Verdict verdict = verdict_of(sample.pid, process, static_cast<Resource>(i), change);
         verdict.now = now;
-        verdict.evidence = change.evidence;
         if (limits[i] != HUGE_VAL) {
           verdict.limit = limits[i];
         }
-        if (change.state != State::kEnded) {
-          verdict.rate_per_hour = change.rate_per_hour;
-        }
-        if (change.seconds_to_limit != HUGE_VAL) {
-          verdict.seconds_to_limit = change.seconds_to_limit;
-        }
-        tell(sample.pid, process, static_cast<Resource>(i), verdict);
+        tell_(verdict);
       }
     }
     history.take(clamp(levels[i]));
   }
 }
 
-// Tells the verdict, with what is known of the process and of the growth.
-void Judge::tell(int32_t pid, const Process& process, Resource resource, Verdict verdict) {
+// The change in full, with what is known of the process and of the growth.
+Verdict Judge::verdict_of(int32_t pid, const Process& process, Resource resource,
+                          const Change& change) {
   const History& history = process.histories[static_cast<size_t>(resource)];
+  Verdict verdict;
+  verdict.time = process.last;
   verdict.pid = pid;
   verdict.start = process.start;
   verdict.name = process.name;
   verdict.resource = resource;
+  verdict.state = change.state;
   verdict.from = history.from();
+  verdict.now = history.last(process.minute);
   verdict.since = process.first + history.since() * 60.0;
-  tell_(verdict);
+  verdict.evidence = change.evidence;
+  if (history.limit() != HUGE_VAL) {
+    verdict.limit = history.limit();
+  }
+  if (change.state != State::kEnded) {
+    verdict.rate_per_hour = change.rate_per_hour;
+    if (change.seconds_to_limit != HUGE_VAL) {
+      verdict.seconds_to_limit = change.seconds_to_limit;
+    }
+  }
+  return verdict;
+}
+
+void Judge::for_each_told(const Tell& show) const {
+  for (const auto& [pid, process] : processes_) {
+    for (size_t i = 0; i < kResources; ++i) {
+      Change change;
+      if (process.histories[i].told(process.minute, &change)) {
+        show(verdict_of(pid, process, static_cast<Resource>(i), change));
+      }
+    }
+  }
 }
 
 void Judge::end_all(int32_t pid, Process& process, double time) {
+  constexpr Evidence kOver{Evidence::Kind::kProcessEnded, 0};
   for (size_t i = 0; i < kResources; ++i) {
     if (process.histories[i].end()) {
-      Verdict verdict;
+      Verdict verdict =
+          verdict_of(pid, process, static_cast<Resource>(i), {State::kEnded, 0, HUGE_VAL, kOver});
       verdict.time = time;
-      verdict.state = State::kEnded;
-      verdict.now = process.histories[i].last(process.minute);
-      verdict.evidence = {Evidence::Kind::kProcessEnded, 0};
-      tell(pid, process, static_cast<Resource>(i), verdict);
+      tell_(verdict);
     }
   }
 }

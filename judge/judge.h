@@ -28,6 +28,7 @@
 #ifndef JUDGE_JUDGE_H_
 #define JUDGE_JUDGE_H_
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -55,8 +56,15 @@ class Judge {
   void end(int32_t pid, double time);
 
   size_t processes() const { return processes_.size(); }
+  // Seconds that samples came in, gaps left out.
+  double watched() const { return watched_; }
+  // Calls `show` with everything that is suspected, confirmed or urgent now, in no order: with the
+  // level, rate, limit and evidence at the last sample of its process.
+  void for_each_told(const Tell& show) const;
 
  private:
+  friend struct SavedState;
+
   struct Process {
     int64_t start = kUnknown;
     double first = 0;    // time of the first sample
@@ -66,10 +74,15 @@ class Judge {
     uint32_t minute = 0;  // of the last sample
     std::string name{};
     History histories[kResources]{};
+
+    uint32_t minute_at(double time) const {
+      return static_cast<uint32_t>(std::min((time - first) / 60, 4e9));
+    }
   };
 
   Process& find(const Sample& sample, int64_t memory_kb);
-  void tell(int32_t pid, const Process& process, Resource resource, Verdict verdict);
+  static Verdict verdict_of(int32_t pid, const Process& process, Resource resource,
+                            const Change& change);
   void end_all(int32_t pid, Process& process, double time);
   void forget_lost(double time);
 

@@ -9,6 +9,9 @@
 #include <nlohmann/json.hpp>
 
 #include "host/judge/sample_reader.h"
+#include "host/judge/verdict_json.h"
+#include "judge/saved_state.h"
+#include "judge/sealed.h"
 
 namespace {
 
@@ -19,6 +22,11 @@ constexpr double kHour = 3600, kDay = 24 * kHour;
 
 struct Told : judge::Verdict {
   std::string called;
+  std::string json() const {
+    judge::Verdict named = *this;
+    named.name = called;
+    return host::verdict_json(named);
+  }
 };
 
 struct Court {
@@ -160,6 +168,17 @@ TEST(Judge, VerdictsSayHowMuchSinceWhenAndWhy) {
   EXPECT_EQ(v.limit, 5000);
   EXPECT_NEAR(*v.seconds_to_limit, (5000 - v.now) * 60, 6000);
   EXPECT_EQ(judge::evidence_clause(v.evidence), "its floor rose all through 15 hours");
+  int open = 0;
+  court.judge.for_each_told([&](const judge::Verdict& now) {
+    ++open;
+    EXPECT_EQ(std::tuple(now.state, now.pid, now.name, now.limit, now.since, now.from),
+              std::tuple(v.state, 7, "x", v.limit, v.since, v.from));
+    EXPECT_EQ(std::tuple(now.now, now.time), std::tuple(3382, 1000 + 60 * kHour - 60));
+    EXPECT_NEAR(*now.rate_per_hour, 60, 1);
+    EXPECT_NEAR(*now.seconds_to_limit, (5000 - 3382) * 60, 1000);
+    EXPECT_EQ(judge::evidence_clause(now.evidence), judge::evidence_clause(v.evidence));
+  });
+  EXPECT_EQ(std::pair(open, court.judge.watched()), std::pair(1, 60 * kHour - 60));
 }
 
 TEST(Judge, EndsWhatIsOver) {
@@ -248,6 +267,73 @@ TEST(Judge, AlertsOnceADay) {
     last = v.time;
   }
   EXPECT_GT(last, 0);
+}
+
+// A life with every state, of two processes; between two samples the judge may be another one.
+TEST(SavedState, GoesOnAsIfNothingHadHappened) {
+  const auto live = [](Court* court, double from, double to) {
+    for (double t = from; t < to; t += 300) {
+      for (const int32_t pid : {7, 300}) {
+        court->sample.pid = pid;
+        court->sample.memory_limit_kb = 400'000;
+        court->sample.name = pid == 7 ? "x" : std::string_view("y\0\xff", 3);
+        court->watch(Resource::kMemory, t, t + 1, 300, [&](double now) {
+          return now > 75 * kHour ? 1e5 : 1e5 + now * (pid == 7 ? 1 : 0.2);
+        });
+      }
+    }
+  };
+  Court whole;
+  live(&whole, 0, 110 * kHour);
+  ASSERT_EQ(std::size(whole.told), 6u);
+  std::string first;
+  for (const double hours : {0.5, 3.0, 20.0, 60.0, 74.5, 77.0, 80.0}) {
+    Court before;
+    live(&before, 0, hours * kHour);
+    const std::string saved = save(before.judge, "boot");
+    Court after;
+    after.told = before.told;
+    ASSERT_EQ(load(saved, "boot", &after.judge), nullptr);
+    EXPECT_EQ(save(after.judge, "boot"), saved);
+    live(&after, hours * kHour, 110 * kHour);
+    ASSERT_EQ(after.told.size(), whole.told.size()) << hours;
+    for (size_t i = 0; i < whole.told.size(); ++i) {
+      EXPECT_EQ(after.told[i].json(), whole.told[i].json()) << hours;
+    }
+    EXPECT_EQ(save(after.judge, ""), save(whole.judge, "")) << hours;
+  }
+}
+
+TEST(SavedState, LoadsNothingThatIsDamaged) {
+  Court court;
+  court.watch(Resource::kMemory, 0, 1000, 10, [](double t) { return 1e5 + 20 * t; });
+  const std::string saved = save(court.judge, "b");
+  const std::string_view content = std::string_view(saved).substr(28);
+  std::vector<std::pair<std::string, std::string>> rows = {
+      {"", "it is something else"},
+      {"something", "it is something else"},
+      {saved + "x", "there is more behind it"},
+      {save(court.judge, "c"), "it is of another boot"},
+      {judge::seal(judge::kStateVersion + 1, content), "it is of another version"},
+      {judge::seal(judge::kStateVersion, std::string(content) + '0'), "it is damaged"},
+  };
+  for (size_t n = 1; n < saved.size(); ++n) {
+    rows.emplace_back(saved.substr(0, n), n < 8 ? "it is something else" : "it is cut off");
+    if (n > 28) {
+      const auto sealed = judge::seal(judge::kStateVersion, content.substr(0, n - 28));
+      rows.emplace_back(sealed, n < 33 ? "it is of another boot" : "it is damaged");
+    }
+  }
+  for (size_t n = 0; n < saved.size(); ++n) {
+    rows.emplace_back(saved, "");  // any reason
+    rows.back().first[n] ^= 0x10;
+  }
+  for (const auto& [bytes, why] : rows) {
+    const char* const problem = load(bytes, "b", &court.judge);
+    ASSERT_NE(problem, nullptr) << bytes.size();
+    EXPECT_TRUE(why.empty() || why == problem) << bytes.size() << ": " << problem;
+  }
+  EXPECT_EQ(save(court.judge, "b"), saved);
 }
 
 TEST(Floors, CodesKeepCountsApart) {
@@ -348,7 +434,7 @@ TEST(JudgeCommand, PrintsObjectsAndNamesBadRows) {
   EXPECT_EQ(object, nlohmann::json::parse(R"({
       "time": 780.5, "pid": 9, "start": 4, "name": "b\ufffd\"d", "resource": "open_files",
       "state": "suspected", "from": 0, "now": 195, "since": 0.5, "rate_per_hour": 0,
-      "limit": 1024, "seconds_to_limit": 0})"));
+      "limit": 1024, "seconds_to_limit": 0, "evidence": "its floor rose all through 13 minutes"})"));
   EXPECT_EQ(run("- 2>&1 >/dev/null <" + file).second,
             "taskwarden: line 2: it has 1 cells, not 8\n"
             "taskwarden: 1 of 501 rows were bad and left out\n");

@@ -44,6 +44,7 @@ Each change of a state is one JSON object on a line of standard output:
   from, since             the level when the growth began, and when that was
   now, rate_per_hour      the level now, and the rate of growth; memory is in kB
   limit, seconds_to_limit the nearest limit, and when it is reached at this rate
+  evidence                why it is told, in one clause
 What is unknown is null.
 
 Exit status: 0 at the end of the samples, 1 when they cannot be read, a column is missing or standard

@@ -34,6 +34,7 @@ std::string verdict_json(const judge::Verdict& verdict) {
       verdict.rate_per_hour ? number(std::round(*verdict.rate_per_hour * 100) / 100) : Json();
   object["limit"] = whole(verdict.limit);
   object["seconds_to_limit"] = whole(verdict.seconds_to_limit);
+  object["evidence"] = judge::evidence_clause(verdict.evidence);
   return json_line(object);
 }
 
