@@ -74,6 +74,7 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   hold_standard_descriptors();
   ::signal(SIGPIPE, SIG_DFL);
+  ::signal(SIGCHLD, SIG_DFL);  // ignored, the pid of a child could become another's
   int status = 1;
   try {
     status = run(argc, argv);

@@ -367,4 +367,13 @@ TEST(InspectCommand, TellsTheEndOfAProcess) {
   }
 }
 
+TEST(InspectCommand, WaitsForNoFileWithoutABound) {
+  MadeTree tree({{.pid = 7, .fds = 4}});
+  tree.remove("7/status");
+  mkfifo((tree.root() / "7/status").c_str(), 0600);
+  const Json seen = object_of("7 --proc-root " + tree.root().string());
+  expect_nulls(seen, {{"divisions", "did not answer in time"}});
+  EXPECT_EQ(seen["descriptors"], 4);
+}
+
 }  // namespace

@@ -3,7 +3,7 @@
 #ifndef HOST_COMMON_FILE_TEXT_H_
 #define HOST_COMMON_FILE_TEXT_H_
 
-#include <stdint.h>
+#include <fcntl.h>
 
 #include <cstddef>
 #include <string>
@@ -15,8 +15,13 @@ struct FileText {
   std::string text{};  // what was read before the error, if any
 };
 
-// Reads the file at `path` to its end, or until there are `most` bytes or some more. Any thread.
-FileText read_file(const std::string& path, size_t most = SIZE_MAX);
+// Far more than the kernel's files hold that this is meant for.
+inline constexpr size_t kMostOfFile = 1 << 20;
+
+// Reads the file at `path` to its end, or until there are `most` bytes or some more. A FIFO or a
+// device in its place holds nothing up, unless `flags`, further ones for open(2), say so; a file
+// that comes from a process's memory may (see bounded_reader.h). Any thread.
+FileText read_file(const std::string& path, size_t most = kMostOfFile, int flags = O_NONBLOCK);
 
 }  // namespace host
 

@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <stdexcept>
@@ -13,8 +15,10 @@
 #include <utility>
 #include <vector>
 
+#include "host/common/bounded_reader.h"
 #include "host/common/escape.h"
 #include "host/common/file_text.h"
+#include "host/common/process_identity.h"
 #include "host/inspect/reader_output.h"
 #include "inspect/open_files.h"
 #include "inspect/smaps.h"
@@ -26,6 +30,9 @@ namespace host {
 namespace {
 
 constexpr char kEnded[] = "the process has ended";
+
+// The kernel may have to walk gigabytes for the areas.
+constexpr std::chrono::seconds kAreasPatience{10};
 
 // What no reader fills in, so that a field it left alone can be told.
 constexpr int32_t kUnset = INT32_MIN;
@@ -50,11 +57,15 @@ int list_error(const std::string& directory) {
 
 class Inspection {
  public:
-  Inspection(int pid, const std::string& path)
-      : pid_(pid), path_(path), held_(::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+  Inspection(int pid, const std::string& root)
+      : pid_(pid),
+        root_(root),
+        path_(root + "/" + std::to_string(pid)),
+        held_(::open(path_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
     struct stat status = {};
     if (!held_.ok() || ::fstat(held_.get(), &status) != 0) {
-      throw std::runtime_error("no process at \"" + escape_text(path) + "\": " + ::strerror(errno));
+      throw std::runtime_error("no process at \"" + escape_text(path_) +
+                               "\": " + ::strerror(errno));
     }
     inode_ = status.st_ino;
   }
@@ -91,8 +102,38 @@ class Inspection {
     if (error == 0) {
       reader();
     }
-    const std::string failure = output_.failure();
-    return ended() ? kEnded : error != 0 ? ::strerror(error) : failure;
+    return reason(error, output_.failure());
+  }
+
+  std::string reason(int error, const std::string& failure) const {
+    return ended()              ? kEnded
+           : error == ETIMEDOUT ? kNoAnswer
+           : error != 0         ? ::strerror(error)
+                                : failure;
+  }
+
+  // The same of a file that may never answer: `*result` is what `reader` makes of it in a child.
+  // The file's own answer goes to `*error`.
+  template <typename Result, typename Reader>
+  std::string read_within(std::chrono::milliseconds patience, const char* file, Result* result,
+                          int* error, Reader reader) {
+    const FileText answer =
+        answer_within(patience, sizeof(*result) + kMostOfFile, [&](const Tell& tell) {
+          const int own_answer = read_file(path_ + file, 1, 0).error;
+          if (own_answer == 0) {
+            reader(result);
+            tell({reinterpret_cast<const char*>(result), sizeof(*result)});
+            tell(output_.failure());
+          }
+          return own_answer;
+        });
+    *error = answer.error;
+    std::string failure;
+    if (answer.text.size() >= sizeof(*result)) {
+      ::memcpy(result, answer.text.data(), sizeof(*result));
+      failure = answer.text.substr(sizeof(*result));
+    }
+    return reason(answer.error, failure);
   }
 
   void take_status() {
@@ -100,8 +141,17 @@ class Inspection {
     blank.ppid = blank.threads = blank.fd_size = kUnset;
     blank.vm_hwm_kb = blank.vm_rss_kb = kUnsetKb;
     tw_process_desc desc = blank;
-    std::string why =
-        read(read_file(path_ + "/status", 1).error, [&] { tw_process_check_status(pid_, &desc); });
+    int error = 0;
+    std::string why = read_within(kReadPatience, "/status", &desc, &error,
+                                  [&](auto* to) { tw_process_check_status(pid_, to); });
+    if (error == ETIMEDOUT) {
+      // Its command line is what does not answer: the rest is read without.
+      spared_ = true;
+      if (const auto identity = identify(static_cast<unsigned>(pid_), root_)) {
+        taskwarden_spare(static_cast<uint32_t>(pid_), identity->start_time, 1);
+        why = read(0, [&] { tw_process_check_status(pid_, &desc); });
+      }
+    }
     if (why == kEnded) {
       desc = blank;
     } else if (desc.vm_rss_kb != kUnsetKb) {
@@ -128,16 +178,19 @@ class Inspection {
   }
 
   void take_divisions() {
-    vma_division_t divisions[VMA_DIVISION_COUNT];
-    const int error = read_file(path_ + "/smaps", 1).error;
-    const std::string why = read(error, [&] { tw_process_check_smaps(pid_, divisions); });
+    std::array<vma_division_t, VMA_DIVISION_COUNT> divisions = {};
+    int error = ETIMEDOUT;
+    const std::string why =
+        spared_ ? reason(error, "")
+                : read_within(kAreasPatience, "/smaps", &divisions, &error,
+                              [&](auto* to) { tw_process_check_smaps(pid_, to->data()); });
     if (!why.empty()) {
       const bool none = error != 0 && memory_ == Memory::kNone && why != kEnded;
       document_.set("divisions", {}, none ? "" : why);
       return;
     }
     Json list = Json::array();
-    for (int i = 0; i < VMA_DIVISION_COUNT; ++i) {
+    for (size_t i = 0; i < divisions.size(); ++i) {
       list.push_back({{"virtual_kb", divisions[i].vss_kb},
                       {"resident_kb", divisions[i].rss_kb},
                       {"proportional_kb", divisions[i].pss_kb},
@@ -179,11 +232,13 @@ class Inspection {
   }
 
   const int pid_;
+  const std::string root_;
   const std::string path_;
   // Keeps the kernel from using the inode's number again, by which the process is known.
   const unique_fd held_;
   ino_t inode_ = 0;
   Memory memory_ = Memory::kUnknown;
+  bool spared_ = false;  // what comes from its memory is not read any more
   ReaderOutput output_;
   Document document_;
 };
@@ -191,7 +246,7 @@ class Inspection {
 }  // namespace
 
 Document inspect_process(int pid, const std::string& root) {
-  return Inspection(pid, root + "/" + std::to_string(pid)).take();
+  return Inspection(pid, root).take();
 }
 
 }  // namespace host

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <string_view>
 
+#include "host/common/bounded_reader.h"
 #include "host/common/escape.h"
 #include "host/common/file_text.h"
 
@@ -40,14 +41,15 @@ ProcessView view_process(const Record& record, const Sender& sender, const std::
     return view;
   }
   const std::string process = proc_root + "/" + std::to_string(record.pid);
-  const FileText cgroup = read_file(process + "/cgroup");
+  const std::vector<FileText> files =
+      read_files_within({process + "/cgroup", process + "/cmdline"}, kMost);
+  const FileText& cgroup = files[0];
   if (cgroup.error == 0) {
     // The unified hierarchy's, or else that by which systemd knows it (cgroups(7)).
     view.cgroup = line_after(cgroup.text, "0::");
     view.cgroup = view.cgroup ? view.cgroup : line_after(cgroup.text, "1:name=systemd:");
   }
-  const FileText words = read_file(process + "/cmdline", kMost);
-  std::string_view rest = words.text;
+  std::string_view rest = files[1].text;
   while (!rest.empty()) {
     view.command.emplace_back(rest.substr(0, rest.find('\0')));
     rest.remove_prefix(std::min(rest.size(), view.command.back().size() + 1));

@@ -16,9 +16,10 @@ struct ProcessView {
   std::vector<std::string> command{};   // the words of its command line; empty if unknown or none
 };
 
-// Looks at the record's process under `proc_root`. Empty where its files cannot be read, and where
-// the sender is not known to number processes as we do (pid_namespaces(7)). A command line is cut
-// after some 4096 bytes, since its process can make it endless. Any thread.
+// Looks at the record's process under `proc_root`. Empty where its files cannot be read or do not
+// answer within kReadPatience, and where the sender is not known to number processes as we do
+// (pid_namespaces(7)). A command line is cut after some 4096 bytes, since its process can make it
+// endless. Any thread.
 ProcessView view_process(const Record& record, const Sender& sender,
                          const std::string& proc_root = "/proc");
 
