@@ -167,8 +167,8 @@ int main(int argc, char** argv) {
   bool mistakes = false;
   CLI::App app("Measures the judge, and with --all the simpler methods, on lives of processes");
   app.add_option("SOURCE", source,
-                 "tuned: the kinds that the judge was tuned on; held: those that\n"
-                 "it was not; or a file that record.py wrote");
+                 "tuned or held: the kinds that the judge was tuned on; blind:\n"
+                 "those that it was not; or a file that record.py wrote");
   app.add_option("--processes", processes, "How many lives to make");
   app.add_option("--seed", seed, "Other lives");
   app.add_option("--stretch", stretch, "How many times as long recorded times are made");
@@ -183,8 +183,10 @@ int main(int argc, char** argv) {
       scores[m][trace.kind] += score_of(trace, kMethods[m], mistakes && m == 0);
     }
   };
-  if (source == "tuned" || source == "held") {
-    const std::vector<Kind>& kinds = source == "held" ? kHeld : kTuned;
+  const std::map<std::string, const std::vector<Kind>*> sets = {
+      {"tuned", &kTuned}, {"held", &kHeld}, {"blind", &kBlind}};
+  if (const auto set = sets.find(source); set != sets.end()) {
+    const std::vector<Kind>& kinds = *set->second;
     for (size_t i = 0; i < processes; ++i) {
       add(made(kinds, seed, i));
     }

@@ -57,9 +57,11 @@ struct Kind {
   void (*make)(Random&, Life*);
 };
 
-// The kinds that the judge was tuned on, and those that it was not.
+// The kinds that the judge was tuned on: the first ones, and those that were held back until it was
+// done for the first time. And those that were sealed until it was done for the last time.
 extern const std::vector<Kind> kTuned;
 extern const std::vector<Kind> kHeld;
+extern const std::vector<Kind> kBlind;
 
 struct Point {
   double time;
