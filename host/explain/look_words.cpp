@@ -1,0 +1,268 @@
+#include "host/explain/look_words.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "host/common/escape.h"
+
+namespace host {
+namespace {
+
+constexpr int64_t kFolderLeast = 8;
+
+// The folders of which no single file says enough.
+std::vector<Growth> telling_folders(const std::vector<Growth>& folders,
+                                    const std::vector<Growth>& files, bool by_growth) {
+  const auto weight = [&](const Growth& row) { return by_growth ? row.grown : row.now.amount; };
+  std::vector<Growth> telling;
+  for (const Growth& folder : folders) {
+    int64_t largest = 0;
+    for (const Growth& file : files) {
+      const size_t slash = file.now.name.rfind('/');
+      if (slash != file.now.name.npos && file.now.kind == folder.now.kind &&
+          file.now.name.compare(0, slash + 1, folder.now.name) == 0) {
+        largest = std::max(largest, weight(file));
+      }
+    }
+    if (weight(folder) >= kFolderLeast && weight(folder) > 2 * largest) {
+      telling.push_back(folder);
+      telling.back().now.kind = folder.now.kind == "deleted file" ? "deleted files in" : "folder";
+    }
+  }
+  return telling;
+}
+
+std::vector<Growth> all_of(const Holdings& holdings) {
+  std::vector<Growth> rows;
+  for (const Holding& held : holdings.largest) {
+    rows.push_back({held, 0});
+  }
+  return rows;
+}
+
+// Puts the folders in their places, and leaves out what is more than `most`.
+void settle(std::vector<Growth> folders, size_t most, Rows* rows) {
+  rows->rows.insert(rows->rows.end(), folders.begin(), folders.end());
+  std::stable_sort(rows->rows.begin(), rows->rows.end(), [](const Growth& a, const Growth& b) {
+    return std::pair(a.grown, a.now.amount) > std::pair(b.grown, b.now.amount);
+  });
+  for (size_t i = most; i < rows->rows.size(); ++i) {
+    const Holding& held = rows->rows[i].now;
+    if (held.kind != "folder" && held.kind != "deleted files in") {
+      ++rows->others;
+      rows->others_amount += rows->rows[i].grown != 0 ? rows->rows[i].grown : held.amount;
+    }
+  }
+  rows->rows.resize(std::min(most, rows->rows.size()));
+}
+
+// Seconds since the thread started; -1 if not known.
+int64_t newest_age(const Look& look, const Holding& held) {
+  const auto ticks = static_cast<int64_t>(std::max(::sysconf(_SC_CLK_TCK), 1L));
+  if (look.whom.age_s == Whom::kNotKnown || held.newest_start == 0) {
+    return Whom::kNotKnown;
+  }
+  const int64_t later = static_cast<int64_t>(held.newest_start - look.whom.start);
+  return std::max<int64_t>(look.whom.age_s - later / ticks, 0);
+}
+
+// Escaped, its quotes too, so that none can pass for more than a name.
+std::string quoted_name(std::string_view name) {
+  std::string quoted = "\"";
+  while (!name.empty()) {
+    const std::string_view part = name.substr(0, name.find('"'));
+    quoted += escape_text(part);
+    name.remove_prefix(part.size());
+    if (!name.empty()) {
+      quoted += "\\x22";
+      name.remove_prefix(1);
+    }
+  }
+  return quoted + "\"";
+}
+
+std::string amount_words(Part part, int64_t amount) {
+  return std::to_string(amount) + (part == Part::kMemory ? " kB" : "");
+}
+
+std::string row_line(const Look& look, Part part, const Growth& row) {
+  const Holding& held = row.now;
+  std::string line = escape_text(held.kind);
+  line += held.name.empty() ? ": " : " " + quoted_name(held.name) + ": ";
+  if (row.grown != 0) {
+    line += amount_words(part, row.grown) + " more, now ";
+  }
+  line += amount_words(part, held.amount);
+  if (held.areas > 1) {
+    line += " in " + std::to_string(held.areas) + " areas";
+    if (2 * held.largest_kb > held.amount) {
+      line += ", the largest " + std::to_string(held.largest_kb) + " kB";
+    }
+  }
+  if (held.swapped_kb > 0) {
+    line += ", " + std::to_string(held.swapped_kb) + " kB of it swapped out";
+  }
+  if (held.newest != 0) {
+    const int64_t age = newest_age(look, held);
+    line += ", the newest is " + std::to_string(held.newest) +
+            (age == Whom::kNotKnown ? "" : ", " + age_words(age) + " old");
+  }
+  return line;
+}
+
+Json known(int64_t number) {
+  return number == Whom::kNotKnown || number == Whom::kUnlimited ? Json() : Json(number);
+}
+
+Json known(const std::string& text) {
+  return text.empty() ? Json() : Json(text);
+}
+
+}  // namespace
+
+std::string age_words(int64_t seconds) {
+  constexpr std::pair<int64_t, const char*> kUnits[] = {
+      {86400, " days"}, {3600, " h"}, {60, " min"}, {1, " s"}};
+  for (const auto& [unit, word] : kUnits) {
+    if (seconds >= 2 * unit) {
+      return std::to_string(seconds / unit) + word;
+    }
+  }
+  return std::to_string(std::max<int64_t>(seconds, 0)) + " s";
+}
+
+Rows held_rows(const Look& look, Part part, size_t most) {
+  const Holdings& held = look.of(part).holdings;
+  Rows rows{all_of(held), held.others, held.others_amount, held.whole};
+  std::vector<Growth> folders;
+  if (part == Part::kFiles) {
+    folders = telling_folders(all_of(look.of(Part::kFolders).holdings), rows.rows, false);
+  }
+  settle(std::move(folders), most, &rows);
+  return rows;
+}
+
+Rows grown_rows(const Holdings& before, const Holdings& folders_before, const Look& look, Part part,
+                size_t most) {
+  const Holdings& held = look.of(part).holdings;
+  Rows rows{grown(before, held), 0, 0, held.whole};
+  std::vector<Growth> folders;
+  if (part == Part::kFiles) {
+    folders =
+        telling_folders(grown(folders_before, look.of(Part::kFolders).holdings), rows.rows, true);
+  }
+  settle(std::move(folders), most, &rows);
+  return rows;
+}
+
+std::vector<std::string> whom_lines(const Whom& whom) {
+  std::string line;
+  const auto add = [&](const std::string& text) { line += (line.empty() ? "" : ", ") + text; };
+  if (whom.uid != Whom::kNotKnown) {
+    add("user " + (whom.user.empty() ? std::to_string(whom.uid) : escape_text(whom.user)));
+  }
+  if (whom.age_s != Whom::kNotKnown) {
+    add(age_words(whom.age_s) + " old");
+  }
+  if (!whom.container.empty()) {
+    add((whom.runtime.empty() ? "" : escape_text(whom.runtime) + " ") + "container " +
+        escape_text(whom.container));
+  }
+  if (!whom.pod.empty()) {
+    add("pod " + escape_text(whom.pod));
+  }
+  if (!whom.unit.empty()) {
+    add("unit " + escape_text(whom.unit));
+  } else if (whom.container.empty() && !whom.control_group.empty()) {
+    add("control group " + escape_text(whom.control_group));
+  }
+  if (whom.parent != Whom::kNotKnown) {
+    add("parent " + std::to_string(whom.parent) +
+        (whom.parent_name.empty() ? "" : " " + quoted_name(whom.parent_name)));
+  }
+  if (whom.open_files_limit != Whom::kNotKnown && whom.open_files_limit != Whom::kUnlimited) {
+    add("at most " + std::to_string(whom.open_files_limit) + " open files");
+  }
+  if (whom.group_limit_kb != Whom::kNotKnown) {
+    add("its group at most " + std::to_string(whom.group_limit_kb) + " kB" +
+        (whom.group_kb == Whom::kNotKnown ? "" : " (now " + std::to_string(whom.group_kb) + ")"));
+  }
+  std::vector<std::string> lines;
+  if (!line.empty()) {
+    lines.push_back(line);
+  }
+  std::string command;
+  for (const std::string& word : whom.command) {
+    command += (command.empty() ? "" : " ") + escape_text(word);
+  }
+  if (!command.empty()) {
+    lines.push_back("command line: " + command);
+  }
+  if (!whom.script.empty()) {
+    lines.push_back("script: " + escape_text(whom.script));
+  }
+  return lines;
+}
+
+std::vector<std::string> row_lines(const Look& look, Part part, const Rows& rows) {
+  std::vector<std::string> lines;
+  for (const Growth& row : rows.rows) {
+    lines.push_back(row_line(look, part, row));
+  }
+  if (rows.others != 0) {
+    lines.push_back("others: " + amount_words(part, rows.others_amount) + " under " +
+                    std::to_string(rows.others) + (rows.others == 1 ? " name" : " names"));
+  }
+  if (!rows.whole) {
+    lines.push_back("(not all of it could be read in time)");
+  }
+  return lines;
+}
+
+Json whom_object(const Whom& whom) {
+  return {{"command_line", whom.command.empty() ? Json() : Json(whom.command)},
+          {"script", known(whom.script)},
+          {"uid", known(whom.uid)},
+          {"user", known(whom.user)},
+          {"age_seconds", known(whom.age_s)},
+          {"control_group", known(whom.control_group)},
+          {"unit", known(whom.unit)},
+          {"container", known(whom.container)},
+          {"container_runtime", known(whom.runtime)},
+          {"pod", known(whom.pod)},
+          {"parent", known(whom.parent)},
+          {"parent_name", known(whom.parent_name)},
+          {"open_files_limit", known(whom.open_files_limit)},
+          {"group_limit_kb", known(whom.group_limit_kb)},
+          {"group_kb", known(whom.group_kb)}};
+}
+
+Json row_list(const Look& look, Part part, const Rows& rows) {
+  Json list = Json::array();
+  for (const Growth& row : rows.rows) {
+    Json object = Json::object();
+    const bool memory = part == Part::kMemory;
+    if (row.grown != 0) {
+      object[memory ? "increase_kb" : "increase"] = row.grown;
+    }
+    object[memory ? "kb" : "count"] = row.now.amount;
+    if (memory) {
+      object["swapped_kb"] = row.now.swapped_kb;
+      object["areas"] = row.now.areas;
+    }
+    if (part == Part::kThreads) {
+      object["newest"] = row.now.newest == 0 ? Json() : Json(row.now.newest);
+      object["newest_age_seconds"] = known(newest_age(look, row.now));
+    } else {
+      object["kind"] = row.now.kind;
+    }
+    object["name"] = known(row.now.name);
+    list.push_back(std::move(object));
+  }
+  return list;
+}
+
+}  // namespace host
