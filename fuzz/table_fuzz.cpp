@@ -13,20 +13,6 @@ constexpr int kFirstPid = 300, kPids = 16;
 
 std::set<const void*> live_blocks;
 
-// The input byte by byte; zeros once it is used up.
-struct Bytes {
-  uint8_t next() {
-    const char byte = rest.empty() ? '\0' : rest[0];
-    rest.remove_prefix(!rest.empty());
-    return static_cast<uint8_t>(byte);
-  }
-  template <typename T, size_t N>
-  const T& one_of(const T (&choices)[N]) {
-    return choices[next() % N];
-  }
-  std::string_view rest;
-};
-
 void pass(World& w, double ms) {
   require(w.pass(ms).find("wrong") == std::string::npos);
   std::set<const void*> owned;

@@ -4,6 +4,7 @@
 #define FUZZ_TARGET_H_
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -12,6 +13,26 @@
 
 // One input; what each target defines.
 void fuzz(std::string_view text);
+
+// The input byte by byte; zeros once it is used up.
+struct Bytes {
+  uint8_t next() {
+    const char byte = rest.empty() ? '\0' : rest[0];
+    rest.remove_prefix(!rest.empty());
+    return static_cast<uint8_t>(byte);
+  }
+  // At most so many.
+  std::string_view take(size_t most) {
+    const std::string_view taken = rest.substr(0, most);
+    rest.remove_prefix(taken.size());
+    return taken;
+  }
+  template <typename T, size_t N>
+  const T& one_of(const T (&choices)[N]) {
+    return choices[next() % N];
+  }
+  std::string_view rest;
+};
 
 // Ends the run where something that must hold does not; the fuzzer keeps the input.
 inline void require(bool holds) {
