@@ -27,8 +27,12 @@ std::string seal(uint32_t version, std::string_view content) {
   return bytes.append(content);
 }
 
+bool is_sealed(std::string_view bytes) {
+  return bytes.starts_with(kMark);
+}
+
 const char* unseal(uint32_t version, std::string_view sealed, std::string_view* content) {
-  if (!sealed.starts_with(kMark)) {
+  if (!is_sealed(sealed)) {
     return "it is something else";
   }
   uint32_t found = 0;

@@ -13,6 +13,8 @@ namespace judge {
 
 // `content` behind a seal.
 std::string seal(uint32_t version, std::string_view content);
+// Whether the bytes begin as seal() begins them, of whatever version.
+bool is_sealed(std::string_view bytes);
 // Takes the content out of `sealed`, whose bytes it stays in. Returns null, or why they are not
 // what seal() gave for this version.
 const char* unseal(uint32_t version, std::string_view sealed, std::string_view* content);

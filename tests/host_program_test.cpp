@@ -26,6 +26,9 @@ using Json = nlohmann::json;
 
 const std::string kSocket = "taskwarden_test." + std::to_string(getpid());
 
+// Where a watch keeps its state.
+const MadeTree kState;
+
 // A running `taskwarden`.
 class Program {
  public:
@@ -36,7 +39,8 @@ class Program {
     const std::string command = TASKWARDEN_PROGRAM " " + arguments;
     const std::string merged = arguments.find("2>") == arguments.npos ? " 2>&1" : "";
     output_ =
-        popen(("echo $$; exec env TSAN_OPTIONS=atexit_sleep_ms=0 " + before +
+        popen(("echo $$; exec env TSAN_OPTIONS=atexit_sleep_ms=0 STATE_DIRECTORY=" +
+               kState.root().string() + " " + before +
                (terminal ? " script -qc '" + command + "' /dev/null" : " " + command + merged))
                   .c_str(),
               "re");

@@ -16,6 +16,7 @@
 #include "host/common/output.h"
 #include "host/common/record_server.h"
 #include "host/common/until_signal.h"
+#include "host/watch/verdicts.h"
 #include "host/watch/watch_log.h"
 #include "taskwarden/taskwarden.h"
 
@@ -38,6 +39,15 @@ If no other process listens there, this one does. It accepts records from root a
 user, and prints each on a line of standard output that begins with "record: ". There, unprintable
 bytes are written as \xNN, and backslashes are doubled.
 
+It also judges who leaks: memory, threads and open files. A verdict is one sentence on a line that
+begins with "verdict: ". A process is
+  suspected               when it grew evenly, for minutes at least
+  confirmed               when it grew so long and so steadily that nothing healthy explains it
+  urgent                  when at its rate a limit is reached within the hour
+  ended                   when it fell back, stopped growing, or ended
+What is known of growth is kept in a file for the next watch. In the journal a verdict is one entry
+with the fields TASKWARDEN_PID, _STATE, _RESOURCE and so on.
+
 Processes choose their names, which can hold any bytes. On a terminal, unprintable bytes are written
 as \xNN. Elsewhere only line feeds and carriage returns are, so that no name can begin a line.
 
@@ -51,6 +61,9 @@ With --log-format json each line of both outputs is one object with "time" (UTC)
   explanation             what grew, by name ("created", "opened", "divisions"), from the second
                           event of a kind on; or the "ranking"
   text                    any other line of the log
+  verdict                 time, pid, start, name, unit (of systemd), resource (memory, threads,
+                          open_files), state, from, now, since, rate_per_hour, limit,
+                          seconds_to_limit, evidence; kB or counts, what is unknown is null
   record                  a received record, with the fields of "listen --json"
   tag, failure            a failure, "E/tag: failure" in the text
   message                 a message of this program, "taskwarden: message" in the text
@@ -76,6 +89,7 @@ struct Options {
   std::string proc_root = "/proc";
   bool no_service = false;  // leave the record socket alone
   LogStyle log{};
+  VerdictOptions verdicts{};
 };
 
 // What got lost so far, if anything did. `server` is null if there is none.
@@ -147,9 +161,13 @@ int run(const Options& options) {
   queue_output();
   start_log(options.log);
   const RecordServer* const server = options.no_service ? nullptr : answer_records();
+  if (!start_verdicts(options.verdicts, options.proc_root)) {
+    return 1;
+  }
   obey_signals(server);
   const int status = run_until_signal([root = options.proc_root] { return run_cycle(root); });
   say_losses(server);
+  end_verdicts();
   return status;
 }
 
@@ -173,6 +191,11 @@ void add_watch_command(CLI::App& app, std::function<int()>* chosen) {
   command.add_option("--log-format", options->log.json, "Format of the log (default text)")
       ->option_text("text|json")
       ->transform(must_stand_for<bool>({{"text", false}, {"json", true}}));
+  command.add_option("--show", options->log.show, "What to print (default all)")
+      ->option_text("all|events|verdicts")
+      ->transform(must_stand_for<Show>(
+          {{"all", Show::kAll}, {"events", Show::kEvents}, {"verdicts", Show::kVerdicts}}));
+  add_verdict_options(command, &options->verdicts);
   command.add_flag("--timestamps", options->log.timestamps,
                    "Add a line with the time to each block of text");
   command

@@ -11,9 +11,13 @@
 
 #include "host/common/escape.h"
 #include "host/common/iso_time.h"
+#include "host/common/journal.h"
 #include "host/common/json_line.h"
 #include "host/common/output.h"
 #include "host/common/record_format.h"
+#include "host/verdict/journal_entry.h"
+#include "host/verdict/sentence.h"
+#include "host/verdict/verdict_object.h"
 #include "host/watch/event_object.h"
 #include "taskwarden/observers.h"
 #include "taskwarden/taskwarden.h"
@@ -72,6 +76,15 @@ class TextLog {
     }
   }
 
+  std::string verdict(const ToldVerdict& verdict) const {
+    const std::string line = "verdict: " + verdict_sentence(verdict);
+    std::string text = color_ ? color_of(verdict.state) + line + "\033[0m" : line;
+    for (const std::string& row : verdict.explanation) {
+      text += "\n\t" + row;
+    }
+    return text;
+  }
+
   void failure(const char* tag, std::string_view text) {
     const std::string line = "E/" + tag_text(tag) + ": " + std::string(text);
     print(Stream::kErr, text.ends_with('\n') ? line : line + "\n", Place::kBegins);
@@ -83,6 +96,13 @@ class TextLog {
     const bool wanted = no_color == nullptr || *no_color == '\0';
     return color == Color::kAlways ||
            (color == Color::kAuto && wanted && ::isatty(STDOUT_FILENO) == 1);
+  }
+
+  static std::string color_of(judge::State state) {
+    return state == judge::State::kUrgent      ? "\033[1;37;41m"
+           : state == judge::State::kConfirmed ? "\033[1;31m"
+           : state == judge::State::kSuspected ? "\033[33m"
+                                               : "\033[32m";
   }
 
   static void print(Stream stream, std::string_view text, Place place) {
@@ -121,6 +141,9 @@ struct JsonLog {
   }
 };
 
+Show shown = Show::kAll;
+bool to_journal = false;
+
 // Null: objects. Never destroyed: the library's thread runs until the process ends.
 TextLog* text_log = nullptr;
 
@@ -138,6 +161,9 @@ void take(void* /*context*/, int output, const char* tag, const char* text,
 
 void take_event(void* /*context*/, const taskwarden_event* event) noexcept {
   undelivered += event->record == TASKWARDEN_RECORD_LOST ? 1 : 0;
+  if (shown == Show::kVerdicts) {
+    return;
+  }
   if (text_log != nullptr) {
     text_log->tell_more_rows();
     return;
@@ -150,6 +176,8 @@ void take_event(void* /*context*/, const taskwarden_event* event) noexcept {
 }  // namespace
 
 void start_log(const LogStyle& style) {
+  shown = style.show;
+  to_journal = is_journal(STDOUT_FILENO) || is_journal(STDERR_FILENO);
   if (style.json) {
     set_message_format([](const std::string& message) {
       return json_line({{"time", now_text()}, {"message", message}});
@@ -158,11 +186,23 @@ void start_log(const LogStyle& style) {
     text_log = new TextLog(style);
   }
   taskwarden_set_output(take, nullptr);
-  taskwarden_observe_events(take_event, nullptr,
-                            style.json ? TASKWARDEN_WITHOUT_TEXT : TASKWARDEN_WITH_TEXT);
+  taskwarden_observe_events(
+      take_event, nullptr,
+      style.json || style.show == Show::kVerdicts ? TASKWARDEN_WITHOUT_TEXT : TASKWARDEN_WITH_TEXT);
+}
+
+void log_verdict(const ToldVerdict& verdict) {
+  if (shown == Show::kEvents || (to_journal && send_to_journal(journal_fields(verdict)))) {
+    return;
+  }
+  write_line(Stream::kOut, text_log != nullptr ? text_log->verdict(verdict)
+                                               : json_line({{"verdict", verdict_object(verdict)}}));
 }
 
 bool log_record(const Record& record, std::string_view text, const Sender& sender) {
+  if (shown == Show::kVerdicts) {
+    return true;
+  }
   return write_line(
       Stream::kOut,
       text_log == nullptr

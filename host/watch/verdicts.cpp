@@ -1,0 +1,136 @@
+#include "host/watch/verdicts.h"
+
+#include <malloc.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/common/option_checks.h"
+#include "host/common/output.h"
+#include "host/verdict/sentence.h"
+#include "host/watch/alerts.h"
+#include "host/watch/judging.h"
+#include "host/watch/watch_log.h"
+
+namespace host {
+namespace {
+
+using judge::State;
+
+// What lives for as long as the process.
+struct Verdicts {
+  explicit Verdicts(const VerdictOptions& options) : alerts(options.alert_on) {}
+
+  void tell(const ToldVerdict& verdict) {
+    ++counts[static_cast<size_t>(verdict.state)];
+    if (alerts.want(verdict)) {
+      log_verdict(verdict);
+    }
+  }
+  void stand(const std::vector<ToldVerdict>& standing) {
+    for (const ToldVerdict& verdict : standing) {
+      alerts.want(verdict);
+    }
+  }
+  void after_pass(const Judging::Pass& pass) {
+    processes = pass.processes;
+    if (!std::exchange(said, true)) {
+      say("watching " + std::to_string(pass.processes) + " processes; a pass takes " +
+          std::to_string(pass.duration_ms) + " ms" +
+          (pass.slices > 1 ? " in " + std::to_string(pass.slices) + " slices" : ""));
+    }
+  }
+
+  Alerts alerts;
+  SampleFile record{};
+  std::unique_ptr<Judging> judging{};
+  bool said = false;
+  const std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
+  std::atomic<uint32_t> processes{0};  // that were watched last
+  std::atomic<uint32_t> counts[5]{};   // of changes to each state
+};
+
+// Never destroyed; null without a judge.
+Verdicts* verdicts = nullptr;
+
+// The file that keeps the state; empty for none. What is not this system has pids of its own.
+std::string state_path(const VerdictOptions& options, const std::string& proc_root) {
+  if (options.no_state) {
+    return "";
+  }
+  return options.state.empty() && proc_root == "/proc" ? default_state_path() : options.state;
+}
+
+}  // namespace
+
+void add_verdict_options(CLI::App& command, VerdictOptions* options) {
+  command
+      .add_option("--alert-on", options->alert_on,
+                  "Print verdicts from this state on, and the end of\n"
+                  "what was printed (default confirmed)")
+      ->option_text("suspected|confirmed|urgent")
+      ->transform(must_stand_for<State>({{"suspected", State::kSuspected},
+                                         {"confirmed", State::kConfirmed},
+                                         {"urgent", State::kUrgent}}));
+  command
+      .add_option("--record", options->record,
+                  "Add a sample of each process to FILE every 10\n"
+                  "seconds, for \"taskwarden judge\"")
+      ->option_text("FILE");
+  CLI::Option* const state = command
+                                 .add_option("--state", options->state,
+                                             "Keep in FILE what is known of growth, for the next\n"
+                                             "watch (default: judge.state in $STATE_DIRECTORY or\n"
+                                             "/var/lib/taskwarden; of other users than root in\n"
+                                             "~/.local/state/taskwarden)")
+                                 ->option_text("FILE");
+  command.add_flag("--no-state", options->no_state, "Keep no such file")
+      ->option_text(" ")
+      ->excludes(state);
+  command.add_flag("--no-judge", options->off, "Give no verdicts");
+}
+
+bool start_verdicts(const VerdictOptions& options, const std::string& proc_root) {
+  if (options.off) {
+    return true;
+  }
+  // What a state that is saved takes goes back to the system at once.
+  ::mallopt(M_MMAP_THRESHOLD, 128 << 10);
+  verdicts = new Verdicts(options);
+  if (!options.record.empty() && !verdicts->record.open(options.record)) {
+    say(verdicts->record.why());
+    return false;
+  }
+  Judging::Options judging;
+  judging.places.proc_root = proc_root;
+  judging.record = options.record.empty() ? nullptr : &verdicts->record;
+  judging.state = state_path(options, proc_root);
+  judging.standing = [](const std::vector<ToldVerdict>& all) { verdicts->stand(all); };
+  judging.tell = [](const ToldVerdict& verdict) { verdicts->tell(verdict); };
+  judging.after_pass = [](const Judging::Pass& pass) { verdicts->after_pass(pass); };
+  verdicts->judging = std::make_unique<Judging>(judging);
+  verdicts->judging->start();
+  return true;
+}
+
+void end_verdicts() {
+  if (verdicts == nullptr || verdicts->processes == 0) {
+    return;
+  }
+  verdicts->judging->save();
+  const auto passed = std::chrono::steady_clock::now() - verdicts->begin;
+  const auto count = [](State state) {
+    return std::to_string(verdicts->counts[static_cast<size_t>(state)].load()) + " " +
+           judge::state_name(state);
+  };
+  say("watched " + std::to_string(verdicts->processes.load()) + " processes for " +
+      span_words(std::chrono::duration<double>(passed).count()) + "; leaks: " +
+      count(State::kSuspected) + ", " + count(State::kConfirmed) + ", " + count(State::kUrgent));
+}
+
+}  // namespace host

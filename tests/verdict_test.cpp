@@ -1,0 +1,295 @@
+// Verdicts on their way from the table to people: limits, samples, words, objects, files.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "host/common/local_socket.h"
+#include "host/judge/sample_reader.h"
+#include "host/verdict/journal_entry.h"
+#include "host/verdict/sentence.h"
+#include "host/verdict/verdict_object.h"
+#include "host/watch/alerts.h"
+#include "host/watch/limits.h"
+#include "host/watch/sample_file.h"
+#include "host/watch/state_file.h"
+#include "judge/saved_state.h"
+#include "support/made_tree.h"
+
+namespace {
+
+using host::ToldVerdict;
+using judge::Resource;
+using judge::State;
+using std::chrono::seconds;
+
+ToldVerdict some_verdict() {
+  return {.time = ToldVerdict::Time(seconds(1000000)),
+          .pid = 812,
+          .start = 4711,
+          .name = "mailer",
+          .unit = "mail.service",
+          .resource = Resource::kOpenFiles,
+          .state = State::kConfirmed,
+          .from = 20,
+          .now = 500,
+          .since = ToldVerdict::Time(seconds(1000000 - 7200)),
+          .rate_per_hour = 30.25,
+          .limit = 1024,
+          .seconds_to_limit = 62360,
+          .evidence = "its floor rose all through 2 hours"};
+}
+
+TEST(Verdict, IsOneSentence) {
+  setenv("TZ", "UTC", 1);
+  tzset();
+  const struct {
+    void (*change)(ToldVerdict*);
+    const char* text;
+  } rows[] = {
+      {[](auto*) {},
+       "\"mailer\" (pid 812, mail.service) leaks open files: 20 -> 500 since 11:46 (2 h ago), 30 "
+       "an "
+       "hour, limit 1024 in 17 h; its floor rose all through 2 hours"},
+      {[](auto* v) {
+         *v = {.pid = 7, .name = "a\"\n(\\", .state = State::kSuspected, .now = 999.4};
+       },
+       "\"a\\x22\\x0A(\\\\\" (pid 7) may leak memory: 0 kB -> 999 kB since 00:00 (0 s ago)"},
+      {[](auto* v) {
+         v->resource = Resource::kMemory, v->state = State::kUrgent, v->since -= seconds(86400);
+         v->from = 1330, v->now = 45 << 20, v->rate_per_hour = 1500 * 1024, v->limit = 2e9;
+         v->seconds_to_limit = 80, v->unit = v->evidence = "";
+       },
+       "\"mailer\" (pid 812) is running out of memory: 1.3 MB -> 45 GB since Jan 11 11:46 (26 h "
+       "ago), 1.5 GB an hour, limit 1.9 TB in 80 s"},
+      {[](auto* v) {
+         v->resource = Resource::kThreads, v->state = State::kEnded,
+         v->evidence = "the process ended";
+         v->rate_per_hour = v->seconds_to_limit = {};
+       },
+       "\"mailer\" (pid 812, mail.service) no longer leaks threads: 20 -> 500 since 11:46 (2 h "
+       "ago); "
+       "the process ended"},
+  };
+  for (const auto& row : rows) {
+    ToldVerdict verdict = some_verdict();
+    row.change(&verdict);
+    EXPECT_EQ(host::verdict_sentence(verdict), row.text);
+  }
+}
+
+TEST(Verdict, ComesBackFromItsObject) {
+  ToldVerdict verdict = some_verdict();
+  const host::Json object = host::verdict_object(verdict);
+  EXPECT_EQ(
+      object.dump(),
+      R"({"time":"1970-01-12T13:46:40.000Z","pid":812,"start":4711,"name":"mailer",)"
+      R"("unit":"mail.service","resource":"open_files","state":"confirmed","from":20,"now":500,)"
+      R"("since":"1970-01-12T11:46:40.000Z","rate_per_hour":30.25,"limit":1024,)"
+      R"("seconds_to_limit":62360,"evidence":"its floor rose all through 2 hours"})");
+  verdict.explanation = {"[heap] grew", "x"};
+  verdict.details = {{"who", {{"user", "root"}}}};
+  EXPECT_EQ(host::verdict_object(verdict)["who"]["user"], "root");
+  verdict.details = {};
+  ToldVerdict bare;
+  for (const ToldVerdict& one : {verdict, bare}) {
+    const auto back = host::verdict_of(host::verdict_object(one));
+    ASSERT_TRUE(back);
+    EXPECT_EQ(host::verdict_object(*back), host::verdict_object(one));
+  }
+  for (const auto& [key, value] : object.items()) {
+    host::Json less = object;
+    less.erase(key);
+    EXPECT_FALSE(host::verdict_of(less)) << key;
+    if (value.is_string()) {
+      less[key] = 7;
+      EXPECT_FALSE(host::verdict_of(less)) << key;
+    }
+  }
+  EXPECT_FALSE(host::verdict_of(host::Json::array()));
+}
+
+TEST(Verdict, IsAnEntryOfTheJournal) {
+  const MadeTree folder;
+  const std::string path = folder.root() / "journal";
+  sockaddr_un address;
+  ASSERT_TRUE(host::set_path(path, &address));
+  const unique_fd journal(socket(AF_UNIX, SOCK_DGRAM, 0));
+  ASSERT_EQ(bind(journal.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+  ToldVerdict verdict = some_verdict();
+  verdict.explanation = {"heap"};
+  EXPECT_TRUE(host::send_to_journal(host::journal_fields(verdict), path));
+  char entry[4096];
+  const ssize_t n = recv(journal.get(), entry, sizeof(entry), MSG_DONTWAIT);
+  const std::string text(entry, static_cast<size_t>(std::max<ssize_t>(n, 0)));
+  const std::string message = host::verdict_sentence(verdict) + "\nheap";
+  std::string length(8, '\0');
+  length[0] = static_cast<char>(message.size());
+  EXPECT_EQ(text.find("MESSAGE\n" + length + message +
+                      "\nPRIORITY=4\nSYSLOG_IDENTIFIER=taskwarden\nTASKWARDEN_PID=812\n"),
+            0u)
+      << text;
+  for (const char* field : {"_NAME=mailer\n", "_STATE=confirmed\n", "_RATE_PER_HOUR=30.25\n"}) {
+    EXPECT_NE(text.find(std::string("\nTASKWARDEN") + field), text.npos) << field;
+  }
+  EXPECT_FALSE(host::send_to_journal(host::journal_fields(verdict), path + "x"));
+}
+
+TEST(Verdict, AlertsTellWhatIsBadEnoughAndItsEnd) {
+  host::Alerts alerts(State::kConfirmed);
+  const std::pair<State, bool> rows[] = {{State::kSuspected, false}, {State::kEnded, false},
+                                         {State::kConfirmed, true},  {State::kUrgent, true},
+                                         {State::kEnded, true},      {State::kEnded, false}};
+  ToldVerdict verdict = some_verdict();
+  for (const auto& [state, wanted] : rows) {
+    verdict.state = state;
+    EXPECT_EQ(alerts.want(verdict), wanted) << judge::state_name(state);
+  }
+}
+
+TEST(Limits, AreReadOfBothVersionsOfControlGroups) {
+  MadeTree tree;
+  const auto put = [&tree](const std::string& group, const std::string& files) {
+    std::istringstream words(files);
+    for (std::string name, value; words >> name >> value;) tree.write(group + name, value + "\n");
+  };
+  put("v2/a/", "memory.max 1048576 memory.current 900000 pids.max max pids.current 5");
+  tree.write("v2/a/memory.stat", "xinactive_file 1\ninactive_file 375712\nactive_file 9\n");
+  put("v2/a/b.service/", "memory.max max memory.current 1 pids.max 10 pids.current 4");
+  put("v1/memory/", "memory.limit_in_bytes 9223372036854771712 memory.usage_in_bytes 5");
+  put("v1/memory/m/", "memory.limit_in_bytes 2048 memory.usage_in_bytes 9999");
+  put("v1/pids/p/", "pids.max 7 pids.current 7");
+  const struct {
+    const char *root, *text, *unit;
+    int64_t memory_kb, threads;
+  } rows[] = {
+      {"v2", "0::/a/b.service\n", "b.service", 512, 6},
+      {"v2", "0::/a\n", "", 512, -1},
+      {"v2", "0::/\n", "", -1, -1},
+      {"v2", "0::/../a\n", "", -1, -1},
+      {"v2", "0::/user.slice/x.service/y.scope/z.slice/deep\n", "y.scope", -1, -1},
+      {"v1", "5:memory:/m\n4:cpu,pids:/p\n1:name=systemd:/q.service/x\n0::/\n", "q.service", 0, 0},
+      {"v1", "5:memory:/", "", -1, -1},
+      {"v1", "junk\n::\n5:memory\n5:memory:m\n\xff\n", "", -1, -1},
+  };
+  for (const auto& row : rows) {
+    const host::ControlGroups groups = host::parse_control_groups(row.text);
+    EXPECT_EQ(host::unit_of(groups), row.unit) << row.text;
+    const host::GroupRoom room = host::read_group_room(groups, tree.root() / row.root);
+    EXPECT_EQ(room.memory_kb.value_or(-1), row.memory_kb) << row.text;
+    EXPECT_EQ(room.threads.value_or(-1), row.threads) << row.text;
+  }
+
+  tree.write("proc/7/limits",
+             "Limit  Soft\nMax processes 9 9\nMax open files            1024  4096\n");
+  tree.write("proc/7/cgroup", "0::/a/b.service\n");
+  tree.write("proc/meminfo", "MemTotal: 9 kB\nMemAvailable:     77 kB\n");
+  tree.write("proc/loadavg", "0.00 0.01 0.05 1/40 4567\n");
+  tree.write("proc/sys/kernel/threads-max", "44\n");
+  tree.write("proc/sys/kernel/pid_max", "32768\n");
+  host::LimitReader reader({tree.root() / "proc", tree.root() / "v2"});
+  host::LimitReader::Place place = host::LimitReader::place_at(1000);
+  const auto look = [&](double now) {
+    reader.begin_pass(now);
+    return reader.look(7, now, &place);
+  };
+  EXPECT_EQ(look(1059).open_files, -1);
+  EXPECT_EQ(look(1059).threads_room, 4);
+  EXPECT_EQ(look(1060).open_files, 1024);
+  EXPECT_EQ(look(1060).memory_room_kb, 512);
+  EXPECT_EQ(look(1060).threads_room, 4);
+  EXPECT_EQ(reader.unit(place), "b.service");
+  EXPECT_EQ(reader.memory_available_kb(), 77);
+  put("v2/a/", "memory.max 1049600");
+  tree.write("proc/7/limits", "Max open files unlimited\n");
+  EXPECT_EQ(look(1061).memory_room_kb, 512);
+  EXPECT_EQ(look(1300).memory_room_kb, 513);
+  EXPECT_EQ(look(1300).open_files, 1024);
+  EXPECT_EQ(look(1800).open_files, -1);
+}
+
+// What is written comes back the same, whatever the name.
+TEST(SampleFile, IsWhatTheJudgeReads) {
+  const MadeTree folder;
+  const std::string path = folder.root() / "samples.csv";
+  const std::string names[] = {"plain",    "a,b", "\"", "a\"\"b,",
+                               "x\n9,9,9", "\r",  " ",  "\xff\x1b#7"};
+  judge::Sample sample{.time = 1000.5, .pid = 7, .start = 9, .memory_available_kb = 5};
+  for (const bool again : {false, true}) {
+    host::SampleFile file;
+    ASSERT_TRUE(file.open(path)) << file.why();
+    if (!again) {
+      for (const std::string& name : names) {
+        sample.name = name;
+        file.add(sample);
+      }
+    }
+    file.flush();
+    // A watch was killed while it wrote.
+    std::ofstream(path, std::ios::app) << "1001,7,9,\"half";
+  }
+  host::SampleFile whole;
+  ASSERT_TRUE(whole.open(path));
+  std::ifstream in(path);
+  host::SampleReader reader([&in](char* buffer, size_t size) {
+    return static_cast<size_t>(in.read(buffer, static_cast<std::streamsize>(size)).gcount());
+  });
+  ASSERT_TRUE(reader.begin()) << reader.problem();
+  judge::Sample back;
+  for (const std::string& name : names) {
+    ASSERT_TRUE(reader.next(&back));
+    EXPECT_EQ(reader.problem(), "") << name;
+    EXPECT_EQ(back.name, name);
+    EXPECT_EQ(back.resident_kb, judge::kUnknown);
+    EXPECT_EQ(back.memory_available_kb, 5);
+    EXPECT_EQ(back.time, 1000.5);
+  }
+  EXPECT_FALSE(reader.next(&back));
+
+  std::ofstream(folder.root() / "other") << "time,pid\n";
+  host::SampleFile other;
+  for (const char* name : {"other", "none/x", "."}) {
+    EXPECT_FALSE(other.open(folder.root() / name)) << name;
+  }
+  EXPECT_EQ(std::ifstream(folder.root() / "other").peek(), 't');
+}
+
+// A judge that has seen one process, and what it tells.
+judge::Judge judge_of_one() {
+  judge::Judge judge([](const judge::Verdict&) {});
+  judge.take({.time = 100, .pid = 7, .start = 1, .name = "x", .threads = 4});
+  return judge;
+}
+
+TEST(StateFile, ComesBackOrIsLeftAside) {
+  const MadeTree folder;
+  const std::string path = folder.root() / "deep/judge.state";
+  const auto loaded = [&path](const std::string& boot) {
+    judge::Judge judge([](const judge::Verdict&) {});
+    host::StateFile(path, boot).load(&judge);
+    return judge.processes();
+  };
+  const judge::Judge judge = judge_of_one();
+  host::StateFile(path, "boot").save(judge);
+  EXPECT_EQ(loaded("boot"), 1u);
+  EXPECT_EQ(loaded("other"), 0u);
+  std::filesystem::resize_file(path, std::filesystem::file_size(path) - 1);
+  EXPECT_EQ(loaded("boot"), 0u);
+  host::StateFile(path, "boot").save(judge);
+  EXPECT_EQ(loaded("boot"), 1u);
+  // What is not ours stays.
+  std::ofstream(path) << "precious";
+  judge::Judge fresh = judge_of_one();
+  host::StateFile foreign(path, "boot");
+  foreign.load(&fresh);
+  foreign.save(fresh);
+  EXPECT_EQ(std::filesystem::file_size(path), 8u);
+  // A place that cannot be written to costs a line.
+  host::StateFile("/proc/none/judge.state", "boot").save(fresh);
+  host::StateFile("", "boot").save(fresh);
+}
+
+}  // namespace
