@@ -175,7 +175,7 @@ TEST(Explain, TellsWhatGrewInARealProcess) {
       {Part::kFiles, {"pipes 4", "\t pipe \"both ends\": 4 more, now 4"}},
       {Part::kThreads,
        {"threads worker- 5",
-        "\t thread \"worker-\\*\": 5 more, now 5, the newest is [0-9]+, 0 s old"}},
+        "\t thread \"worker-\\*\": 5 more, now 5, the newest is [0-9]+, [0-9] s old"}},
   };
   for (const auto& [part, row] : rows) {
     EXPECT_TRUE(std::regex_search(

@@ -13,6 +13,7 @@
 #include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "host/common/record_server.h"
 #include "support/child.h"
@@ -309,6 +310,50 @@ TEST(InspectCommand, SeesThreadsAndFilesOfARealProcess) {
   const std::string text = Program("inspect " + pid).rest();
   EXPECT_NE(text.find("odd\\xFF\\x1B\\\\name#" + pid + "\nstate             "), text.npos) << text;
   EXPECT_NE(text.find("\n     12  <SOCKET>\n      2  <PIPE>\n"), text.npos) << text;
+}
+
+TEST(InspectCommand, FindsAndSortsProcesses) {
+  MadeTree tree({{.pid = 1, .name = "b", .threads = 2, .fds = 0, .rss = 9},
+                 {.pid = 2, .name = "ab", .threads = 3, .fds = 9, .rss = 1},
+                 {.pid = 3, .name = "a", .threads = 1, .fds = 4, .rss = 5}});
+  tree.link("2/exe", "/bin/other");
+  tree.write("4/comm", "no process\n");
+  const std::pair<const char*, const char*> rows[] = {
+      {"--all", "132"},
+      {"--all --sort threads", "213"},
+      {"--all --sort open_files", "231"},
+      {"--all --sort name", "321"},
+      {"--all --sort pid", "123"},
+      {"a b 1", "31"},
+      {"other 3", "23"},
+      {"'[ab]*' 2", "123"},
+  };
+  for (const auto& [arguments, pids] : rows) {
+    Program program("inspect --json " + std::string(arguments) + " --proc-root " +
+                    tree.root().string());
+    std::istringstream lines(program.rest());
+    std::string seen;
+    for (std::string line; std::getline(lines, line);) seen += Json::parse(line)["pid"].dump();
+    EXPECT_EQ(seen, pids) << arguments;
+  }
+}
+
+TEST(InspectCommand, TellsTheDifferenceOfTwoLooks) {
+  Child child("secret");
+  Program json("inspect --json --no-arguments --every 1 " + std::to_string(child.pid()));
+  Program text("inspect --every 1 " + std::to_string(child.pid()));
+  const std::string first = json.until("\n");
+  EXPECT_EQ(first.find("secret\"]"), first.npos) << first;
+  EXPECT_TRUE(text.says("\nopen files\n") && text.says("\n\n"));
+  child.command("files 20");
+  EXPECT_TRUE(json.says(R"("open_files":23,"open_files_change":20,)"));
+  EXPECT_TRUE(json.says(
+      R"("files":[{"increase":20,"count":21,"kind":"device","name":"/dev/null"}],"threads":[]})"));
+  EXPECT_TRUE(text.says(", open files 23 (+20), threads 1 (+0)\n"));
+  EXPECT_TRUE(text.says("  device \"/dev/null\": 20 more, now 21\n"));
+  child.end();
+  EXPECT_TRUE(text.says(" has ended, or cannot be read any more\n"));
+  EXPECT_EQ(text.end(), 0);
 }
 
 TEST(InspectCommand, TellsWhatAnOrdinaryUserMayNotRead) {

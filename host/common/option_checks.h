@@ -1,5 +1,5 @@
 // What the options of several commands share: checks that say in plain words what a value must be,
-// and --proc-root. Where CLI11 has a check, it decides; the words are ours.
+// --proc-root and --no-arguments. Where CLI11 has a check, it decides; the words are ours.
 #ifndef HOST_COMMON_OPTION_CHECKS_H_
 #define HOST_COMMON_OPTION_CHECKS_H_
 
@@ -68,6 +68,12 @@ inline void add_proc_root(CLI::App& command, std::string* root) {
   command.add_option("--proc-root", *root, "Use the process file system at DIR (default /proc)")
       ->option_text("DIR")
       ->check(CLI::Validator(set, ""));
+}
+
+// Adds --no-arguments to `command`.
+inline void add_no_arguments(CLI::App& command, bool* no_arguments) {
+  command.add_flag("--no-arguments", *no_arguments,
+                   "Of command lines, which may hold secrets, show\nonly the path of the program");
 }
 
 }  // namespace host

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <string_view>
 #include <utility>
 
@@ -93,7 +94,8 @@ std::string row_line(const Look& look, Part part, const Growth& row) {
   std::string line = escape_text(held.kind);
   line += held.name.empty() ? ": " : " " + quoted_name(held.name) + ": ";
   if (row.grown != 0) {
-    line += amount_words(part, row.grown) + " more, now ";
+    line +=
+        amount_words(part, std::abs(row.grown)) + (row.grown > 0 ? " more" : " less") + ", now ";
   }
   line += amount_words(part, held.amount);
   if (held.areas > 1) {
@@ -217,7 +219,7 @@ std::vector<std::string> row_lines(const Look& look, Part part, const Rows& rows
                     std::to_string(rows.others) + (rows.others == 1 ? " name" : " names"));
   }
   if (!rows.whole) {
-    lines.push_back("(not all of it could be read in time)");
+    lines.push_back(std::string("(") + kNotWhole + ")");
   }
   return lines;
 }
@@ -261,6 +263,11 @@ Json row_list(const Look& look, Part part, const Rows& rows) {
     }
     object["name"] = known(row.now.name);
     list.push_back(std::move(object));
+  }
+  if (rows.others != 0) {
+    list.push_back({{part == Part::kMemory ? "kb" : "count", rows.others_amount},
+                    {"kind", "others"},
+                    {"names", rows.others}});
   }
   return list;
 }

@@ -15,10 +15,14 @@
 
 namespace host {
 
+// What is said of a part that was not read to its end.
+inline constexpr char kNotWhole[] = "not all of it could be read";
+
 // What there is to say of one part of a look: all that is held, or what grew.
 struct Rows {
-  std::vector<Growth> rows{};  // `grown` is 0 where all that is held is told
-  int64_t others = 0;          // names that are left out
+  // `grown` is 0 where all that is held is told, and below 0 where there is less.
+  std::vector<Growth> rows{};
+  int64_t others = 0;  // names that are left out
   int64_t others_amount = 0;
   bool whole = true;
 };

@@ -32,7 +32,7 @@ _taskwarden() {
     DIR) compopt -o filenames && mapfile -t COMPREPLY < <(compgen -d -- "$current") ;;
     FILE) compopt -o filenames && mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
     COMMAND) mapfile -t COMPREPLY < <(compgen -c -- "$current") ;;
-    PID) mapfile -t COMPREPLY < <(compgen -W "$(cd /proc && echo [1-9]*)" -- "$current") ;;
+    PID | PROCESS) mapfile -t COMPREPLY < <(compgen -W "$(cd /proc && echo [1-9]*)" -- "$current") ;;
     *'|'*) mapfile -t COMPREPLY < <(compgen -W "${value//|/ }" -- "$current") ;;
   esac
 }

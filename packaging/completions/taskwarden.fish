@@ -39,7 +39,7 @@ function __taskwarden_complete
             __fish_complete_path $current
         case COMMAND
             __fish_complete_command
-        case PID
+        case PID PROCESS
             __fish_complete_pids
         case '*|*'
             string split '|' -- $value
