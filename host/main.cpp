@@ -17,6 +17,7 @@
 #include "host/events/events_command.h"
 #include "host/inspect/inspect_command.h"
 #include "host/judge/judge_command.h"
+#include "host/leaks/leaks_command.h"
 #include "host/listen/listen_command.h"
 #include "host/watch/watch_command.h"
 #include "platform/unique_fd.h"
@@ -51,6 +52,7 @@ int run(int argc, char** argv) {
   std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
   std::function<int()> chosen;
   host::add_watch_command(app, &chosen);
+  host::add_leaks_command(app, &chosen);
   host::add_listen_command(app, &arguments, &chosen);
   host::add_demo_commands(app, &chosen);
   host::add_events_command(app, &chosen);

@@ -27,7 +27,7 @@ using Json = nlohmann::json;
 
 const std::string kSocket = "taskwarden_test." + std::to_string(getpid());
 
-// Where a watch keeps its state.
+// Where a watch keeps its state, and offers its feed.
 const MadeTree kState;
 
 // A running `taskwarden`.
@@ -39,12 +39,12 @@ class Program {
                    bool terminal = false) {
     const std::string command = TASKWARDEN_PROGRAM " " + arguments;
     const std::string merged = arguments.find("2>") == arguments.npos ? " 2>&1" : "";
-    output_ =
-        popen(("echo $$; exec env TSAN_OPTIONS=atexit_sleep_ms=0 STATE_DIRECTORY=" +
-               kState.root().string() + " " + before +
-               (terminal ? " script -qc '" + command + "' /dev/null" : " " + command + merged))
-                  .c_str(),
-              "re");
+    output_ = popen(
+        ("echo $$; exec env TSAN_OPTIONS=atexit_sleep_ms=0 STATE_DIRECTORY=" +
+         kState.root().string() + " RUNTIME_DIRECTORY=" + kState.root().string() + " " + before +
+         (terminal ? " script -qc '" + command + "' /dev/null" : " " + command + merged))
+            .c_str(),
+        "re");
     pid_ = std::stoi(until("\n"));
   }
   ~Program() {

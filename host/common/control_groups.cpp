@@ -93,8 +93,6 @@ ControlGroups parse_control_groups(std::string_view text) {
     const std::string path(line.substr(second + 1));
     if (line.starts_with("0::")) {
       groups.unified = path;
-    } else if (controllers == ",name=systemd,") {
-      groups.systemd = path;
     }
     if (controllers.find(",memory,") != controllers.npos) {
       groups.memory = path;
@@ -104,22 +102,6 @@ ControlGroups parse_control_groups(std::string_view text) {
     }
   }
   return groups;
-}
-
-std::string unit_of(const ControlGroups& groups) {
-  // Beside version 1 the unified hierarchy may be there, but empty.
-  const std::string path = groups.systemd.value_or(groups.unified.value_or(""));
-  for (size_t end = path.size(); end != 0 && end != path.npos;) {
-    const size_t slash = path.rfind('/', end - 1);
-    const size_t begin = slash == path.npos ? 0 : slash + 1;
-    const std::string_view name = std::string_view(path).substr(begin, end - begin);
-    if (name.ends_with(".service") || name.ends_with(".scope") || name.ends_with(".socket") ||
-        name.ends_with(".mount") || name.ends_with(".swap")) {
-      return std::string(name);
-    }
-    end = slash;
-  }
-  return "";
 }
 
 GroupRoom read_group_room(const ControlGroups& groups, const std::string& root) {

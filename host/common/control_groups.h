@@ -13,15 +13,10 @@ namespace host {
 // The paths in /proc/<pid>/cgroup. In the unified hierarchy one path serves all.
 struct ControlGroups {
   std::optional<std::string> unified{};
-  std::optional<std::string> systemd{};  // by which systemd knows the process, without the unified
   std::optional<std::string> memory{};   // of version 1
   std::optional<std::string> pids{};     // of version 1
 };
 ControlGroups parse_control_groups(std::string_view text);
-
-// The systemd unit that a group's path belongs to, such as "nginx.service"; empty if it has none.
-// Slices are no units of a process.
-std::string unit_of(const ControlGroups& groups);
 
 // How much more the groups of a process can take, those above them included: the least of
 //   limit - (usage - inactive file pages), kB, not below 0

@@ -21,7 +21,7 @@ struct ToldVerdict {
   int32_t pid = 0;
   int64_t start = judge::kUnknown;  // clock ticks after boot, see proc(5)
   std::string name{};               // any bytes, without "#pid"
-  std::string unit{};               // of systemd; empty if it has none
+  std::string unit{};               // of systemd, or a container; empty if it has neither
   judge::Resource resource = judge::Resource::kMemory;
   judge::State state = judge::State::kNone;
   double from = 0;  // levels: kB or a count

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "host/common/file_text.h"
+#include "host/explain/group_place.h"
 
 namespace host {
 namespace {
@@ -108,7 +109,8 @@ uint32_t LimitReader::find_group(const std::string& text, double now) {
   Group& group = groups_[free];
   group.key = text;
   group.paths = parse_control_groups(text);
-  group.unit = unit_of(group.paths);
+  const GroupPlace place = parse_cgroup(text);
+  group.unit = place.unit.empty() ? place.container : place.unit;
   group.used = now;
   read_group(now, &group);
   return static_cast<uint32_t>(free);

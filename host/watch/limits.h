@@ -46,7 +46,7 @@ class LimitReader {
   // Reads the files of the process now.
   void read(int32_t pid, double now, Place* place);
 
-  // The systemd unit of a process that was read; empty if it has none.
+  // The systemd unit of a process that was read, or else its container; empty if it has neither.
   const std::string& unit(const Place& place) const { return groups_[place.group].unit; }
   // What the system can still hand out; -1 if unknown.
   int64_t memory_available_kb() const { return available_kb_; }

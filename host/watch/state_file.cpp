@@ -99,6 +99,11 @@ bool StateFile::write(const std::string& bytes) const {
   }
   const std::string fresh = path_ + ".new";
   unique_fd fd(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+  // Root may write the state of a service that has a user of its own.
+  struct stat place = {};
+  if (fd.ok() && ::geteuid() == 0 && ::stat(folder.c_str(), &place) == 0) {
+    static_cast<void>(!::fchown(fd.get(), place.st_uid, place.st_gid));
+  }
   if (!fd.ok() || !write_whole(fd.get(), bytes) || ::fsync(fd.get()) != 0 ||
       ::rename(fresh.c_str(), path_.c_str()) != 0) {
     const int reason = errno;

@@ -1,17 +1,26 @@
 #include "host/watch/verdicts.h"
 
+#include <errno.h>
 #include <malloc.h>
+#include <string.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
+#include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
+#include "host/common/escape.h"
 #include "host/common/option_checks.h"
 #include "host/common/output.h"
+#include "host/feed/feed_place.h"
+#include "host/feed/feed_server.h"
 #include "host/verdict/sentence.h"
 #include "host/watch/alerts.h"
 #include "host/watch/judging.h"
@@ -28,17 +37,39 @@ struct Verdicts {
 
   void tell(const ToldVerdict& verdict) {
     ++counts[static_cast<size_t>(verdict.state)];
+    if (feed != nullptr) {
+      feed->publish(verdict);
+    }
+    const Key key(verdict.pid, verdict.start, verdict.resource);
+    if (verdict.state == State::kEnded) {
+      explained.erase(key);
+    } else if (!verdict.explanation.empty()) {
+      explained[key] = {verdict.explanation, verdict.details};
+    }
     if (alerts.want(verdict)) {
       log_verdict(verdict);
     }
   }
-  void stand(const std::vector<ToldVerdict>& standing) {
-    for (const ToldVerdict& verdict : standing) {
+  // Each with the explanation that it was told with.
+  void stand(std::vector<ToldVerdict> standing) {
+    for (ToldVerdict& verdict : standing) {
       alerts.want(verdict);
+      const auto found = explained.find({verdict.pid, verdict.start, verdict.resource});
+      if (found != explained.end()) {
+        std::tie(verdict.explanation, verdict.details) = found->second;
+      }
+    }
+    if (feed != nullptr) {
+      feed->refresh(figures, standing);
     }
   }
   void after_pass(const Judging::Pass& pass) {
     processes = pass.processes;
+    figures.processes = pass.processes;
+    figures.pass_ms = pass.duration_ms;
+    if (feed != nullptr) {
+      feed->set_figures(figures);
+    }
     if (!std::exchange(said, true)) {
       say("watching " + std::to_string(pass.processes) + " processes; a pass takes " +
           std::to_string(pass.duration_ms) + " ms" +
@@ -46,7 +77,14 @@ struct Verdicts {
     }
   }
 
+  using Key = std::tuple<int32_t, int64_t, judge::Resource>;
+
   Alerts alerts;
+  std::map<Key, std::pair<std::vector<std::string>, Json>> explained{};
+  FeedFigures figures{::getpid(), std::chrono::system_clock::now(), 0, 0};
+  std::unique_ptr<FeedServer> feed{};  // null without a feed
+  std::string feed_place{};
+  bool is_second = false;  // another watch has the feed, and the state with it
   SampleFile record{};
   std::unique_ptr<Judging> judging{};
   bool said = false;
@@ -58,9 +96,29 @@ struct Verdicts {
 // Never destroyed; null without a judge.
 Verdicts* verdicts = nullptr;
 
+// Offers the feed, or says why it cannot be.
+void start_feed(const std::string& path) {
+  if (path.empty()) {
+    say("no feed for \"taskwarden leaks\": XDG_RUNTIME_DIR is not set; --feed names a place");
+    return;
+  }
+  unique_fd listener = offer_feed(path);
+  if (!listener.ok()) {
+    const int reason = errno;
+    verdicts->is_second = reason == EADDRINUSE;
+    say("no feed at \"" + escape_text(path) + "\": " +
+        (verdicts->is_second ? "another watch offers its own there, and keeps the state"
+                             : ::strerror(reason)));
+    return;
+  }
+  verdicts->feed_place = path;
+  verdicts->feed = std::make_unique<FeedServer>(std::move(listener), verdicts->figures);
+  std::thread([] { verdicts->feed->run(); }).detach();
+}
+
 // The file that keeps the state; empty for none. What is not this system has pids of its own.
 std::string state_path(const VerdictOptions& options, const std::string& proc_root) {
-  if (options.no_state) {
+  if (options.no_state || (verdicts->is_second && options.state.empty())) {
     return "";
   }
   return options.state.empty() && proc_root == "/proc" ? default_state_path() : options.state;
@@ -92,6 +150,16 @@ void add_verdict_options(CLI::App& command, VerdictOptions* options) {
   command.add_flag("--no-state", options->no_state, "Keep no such file")
       ->option_text(" ")
       ->excludes(state);
+  CLI::Option* const feed = command
+                                .add_option("--feed", options->feed,
+                                            "Offer verdicts to \"taskwarden leaks\" at the local\n"
+                                            "socket PATH (default /run/taskwarden/feed; of other\n"
+                                            "users than root $XDG_RUNTIME_DIR/taskwarden/feed)")
+                                ->option_text("PATH")
+                                ->check(must_fit(kPathMax));
+  command.add_flag("--no-feed", options->no_feed, "Offer no verdicts")
+      ->option_text(" ")
+      ->excludes(feed);
   command.add_flag("--no-judge", options->off, "Give no verdicts");
 }
 
@@ -106,6 +174,9 @@ bool start_verdicts(const VerdictOptions& options, const std::string& proc_root)
     say(verdicts->record.why());
     return false;
   }
+  if (!options.no_feed) {
+    start_feed(options.feed.empty() ? own_feed_place() : options.feed);
+  }
   Judging::Options judging;
   judging.places.proc_root = proc_root;
   judging.record = options.record.empty() ? nullptr : &verdicts->record;
@@ -119,7 +190,13 @@ bool start_verdicts(const VerdictOptions& options, const std::string& proc_root)
 }
 
 void end_verdicts() {
-  if (verdicts == nullptr || verdicts->processes == 0) {
+  if (verdicts == nullptr) {
+    return;
+  }
+  if (verdicts->feed != nullptr) {
+    ::unlink(verdicts->feed_place.c_str());
+  }
+  if (verdicts->processes == 0) {
     return;
   }
   verdicts->judging->save();

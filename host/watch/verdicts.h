@@ -1,4 +1,5 @@
-// All that `watch` does about verdicts, and its options: judges, prints, records.
+// All that `watch` does about verdicts, and its options: judges, prints, records,
+// and feeds others.
 #ifndef HOST_WATCH_VERDICTS_H_
 #define HOST_WATCH_VERDICTS_H_
 
@@ -15,6 +16,8 @@ struct VerdictOptions {
   std::string record{};  // file; empty for none
   std::string state{};   // likewise, for the default
   bool no_state = false;
+  std::string feed{};  // path of its socket; empty for the default
+  bool no_feed = false;
 };
 
 // Adds the options to `command`.
