@@ -55,6 +55,11 @@ void Floors::advance(uint32_t from, uint32_t to) {
   close<kMinutes>(minutes, from, to, &minute);
   close<kEights>(eights, from, to, &low_of_eight);
   close<kHours>(hours, from, to, &low_of_hour);
+  const uint32_t hour = from / kMinutesPerWindow[kHours];
+  for (uint32_t i = hour; i < to / kMinutesPerWindow[kHours] && i < hour + kPeaks; ++i) {
+    peaks[i % kPeaks] = high == 0 ? Code{0} : encode(high);
+    high = 0;
+  }
 }
 
 }  // namespace judge

@@ -3,7 +3,8 @@
 // spikes; a window without a sample stays unknown, so a gap or a suspend is missing time.
 //
 // Windows are counted from the first sample of the process. The newest of a ring is still open;
-// what is judged are the closed ones.
+// what is judged are the closed ones. How high it went is kept for the last three hours only: a
+// limit is reached by peaks.
 #ifndef JUDGE_FLOORS_H_
 #define JUDGE_FLOORS_H_
 
@@ -30,20 +31,26 @@ double decode(Code code);
 enum Scale { kMinutes, kEights, kHours };
 constexpr size_t kScales = 3;
 constexpr uint32_t kMinutesPerWindow[kScales] = {1, 8, 60};
-constexpr uint32_t kWindows[kScales] = {16, 16, 72};
+constexpr uint32_t kWindows[kScales] = {14, 15, 72};
+constexpr uint32_t kPeaks = 3;
 
 struct Floors {
   static constexpr uint32_t kNone = UINT32_MAX;
 
-  Code minutes[16];
-  Code eights[16];
+  Code minutes[14];
+  Code eights[15];
   Code hours[72];
+  Code peaks[kPeaks];    // the highest levels of the last hours, 0 where unknown
+  uint32_t high = 0;     // ... and of the hour under way
   uint32_t low = kNone;  // of the minute under way
   Code low_of_eight = 0;
   Code low_of_hour = 0;
 
   // Takes a level into the open windows.
-  void take(uint32_t level) { low = level < low ? level : low; }
+  void take(uint32_t level) {
+    low = level < low ? level : low;
+    high = level > high ? level : high;
+  }
 
   // Closes the minute `from`, and what ends with it, because time has come to the minute `to`.
   void advance(uint32_t from, uint32_t to);

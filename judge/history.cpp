@@ -19,7 +19,10 @@ constexpr double kDownPart = 0.2;
 constexpr Code kHigher = 4;
 constexpr Code kMuchHigher = 100;
 
-constexpr double kSoon = 3600;  // s
+constexpr double kSoon = 3600;      // s
+constexpr double kSoonRash = 3000;  // likewise without confirmation
+constexpr uint32_t kNeedHours = 8;  // in which a process shows what it needs beside its floor
+constexpr uint32_t kBurstHours = 24;
 
 constexpr int kAgree = 2;  // looks by the hour that have to agree
 
@@ -37,15 +40,58 @@ double History::last(uint32_t minute) const {
   return code != 0 ? decode(code) : newest_ != 0 ? decode(newest_) : 0;
 }
 
-// A spike is not the way to the limit: the floor counts, and what it has gained since.
+// Whether the limit may be an hour away. It seldom is, and the rest is dear.
+bool History::is_near(const Moment& moment) const {
+  const Code highest = *std::max_element(std::begin(floors_.peaks), std::end(floors_.peaks));
+  return moment.limit < 2 * std::max(moment.now, highest != 0 ? decode(highest) : 0);
+}
+
+// What the limit has to be above: the floor, as far as it may have risen since it was known, and
+// what the process needs beside it, which its last hours show. A single spike does not count.
+double History::height(const Moment& moment, double rate_per_hour) const {
+  const double hours = (moment.minute - moment.before + 1) / 60.0;
+  double level =
+      newest_ != 0 ? std::min(moment.now, decode(newest_) + rate_per_hour * hours) : moment.now;
+  if (state_ < State::kConfirmed) {
+    return level;
+  }
+  const uint32_t end = moment.minute / kMinutesPerWindow[kHours];
+  double above = HUGE_VAL;
+  for (uint32_t ago = 1; ago <= std::min(end, kNeedHours); ++ago) {
+    const Code floor = floors_.at(kHours, end - ago);
+    level = floor != 0 ? std::max(level, decode(floor)) : level;
+    if (ago <= kPeaks) {
+      const Code peak = floors_.peaks[(end - ago) % kPeaks];
+      above = std::min(above, floor != 0 && peak > floor ? decode(peak) - decode(floor) : 0);
+    }
+  }
+  return end >= kPeaks ? level + std::max(0.0, above - rate_)
+                       : level;  // less the hour's own growth
+}
+
+// The rate in the fastest but one of the last hours, if that is more: what leaks in bursts or steps
+// reaches its limit with one of them.
+double History::fast_rate(uint32_t minute) const {
+  const uint32_t end = minute / kMinutesPerWindow[kHours];
+  double first = rate_;
+  double second = rate_;
+  for (uint32_t ago = 1; ago < std::min(end, kBurstHours); ++ago) {
+    const Code code = floors_.at(kHours, end - ago);
+    const Code before = floors_.at(kHours, end - ago - 1);
+    if (code > before && before != 0) {
+      const double rise = decode(code) - decode(before);
+      second = std::max(second, std::min(first, rise));
+      first = std::max(first, rise);
+    }
+  }
+  return second;
+}
+
 double History::seconds_left(const Moment& moment, double rate_per_hour) const {
   if (moment.limit == HUGE_VAL || rate_per_hour <= 0) {
     return HUGE_VAL;
   }
-  const double hours = (moment.minute - moment.before + 1) / 60.0;
-  const double level =
-      newest_ != 0 ? std::min(moment.now, decode(newest_) + rate_per_hour * hours) : moment.now;
-  return std::max(0.0, moment.limit - level) / rate_per_hour * 3600;
+  return std::max(0.0, moment.limit - height(moment, rate_per_hour)) / rate_per_hour * 3600;
 }
 
 // The worst state that what is known now speaks for, and the growth behind it.
@@ -66,12 +112,16 @@ State History::worst(const Moment& moment, Resource resource, Growth* growth) {
     }
   }
   const bool confirmed = state_ == State::kConfirmed || state == State::kConfirmed;
-  if (confirmed && seconds_left(moment, rate_) <= kSoon) {
-    if (state == State::kNone) {
-      const uint32_t ago = moment.minute - since_;
-      *growth = {Evidence::Kind::kGrowth, from_, ago, ago, rate_};
+  if (confirmed && state_ < State::kUrgent && is_near(moment)) {
+    const double rate = fast_rate(moment.minute);
+    if (seconds_left(moment, rate) <= kSoon) {
+      if (state == State::kNone) {
+        const uint32_t ago = moment.minute - since_;
+        *growth = {Evidence::Kind::kGrowth, from(), ago, ago, rate};
+      }
+      growth->rate_per_hour = rate;
+      return State::kUrgent;
     }
-    return State::kUrgent;
   }
   for (const Scale scale : {kHours, kEights, kMinutes}) {
     if (state_ < State::kUrgent && can_rush(moment.now, moment.limit, scale) &&
@@ -79,7 +129,7 @@ State History::worst(const Moment& moment, Resource resource, Growth* growth) {
       // The shorter the growth was seen, the nearer the limit has to be.
       const double seen = 60.0 * (found.minutes / 2 + moment.minute - moment.before);
       if (seconds_left(moment, found.rate_per_hour) <=
-          (confirmed ? kSoon : std::min(kSoon, seen))) {
+          (confirmed ? kSoon : std::min(kSoonRash, seen))) {
         *growth = found;
         return State::kUrgent;
       }
@@ -102,7 +152,7 @@ void History::enter(State state, const Growth& growth, uint32_t minute) {
     peak_at_ = minute;
   }
   if (state_ == State::kNone || since < since_) {
-    from_ = static_cast<float>(growth.from);
+    from_ = encode(static_cast<uint32_t>(std::lround(growth.from)));
     since_ = since;
   }
   state_ = state;
@@ -110,7 +160,6 @@ void History::enter(State state, const Growth& growth, uint32_t minute) {
   rate_ = static_cast<float>(growth.rate_per_hour);
   span_ = static_cast<uint16_t>(std::min(growth.minutes, uint32_t{UINT16_MAX}));
   if (state >= State::kConfirmed) {
-    alerted_ = true;
     alerted_at_ = minute;
   }
 }
@@ -134,7 +183,7 @@ bool History::is_over(const Moment& moment, Evidence* evidence) {
   if (!closed(scale, moment) || end < windows) {
     return false;
   }
-  const double low = from_ + kDownPart * (decode(peak_) - from_);
+  const double low = from() + kDownPart * (decode(peak_) - from());
   for (uint32_t i = 1; i <= windows; ++i) {
     const Code code = floors_.at(scale, end - i);
     if (code == 0 || decode(code) >= low) {
@@ -154,8 +203,8 @@ bool History::told(uint32_t minute, Change* change) const {
 }
 
 bool History::is_sound(uint32_t minute) const {
-  return from_ >= 0 && from_ < HUGE_VALF && std::isfinite(rate_) && limit_ >= 0 &&
-         std::max({since_, peak_at_, alerted_at_}) <= minute && state_ < State::kEnded &&
+  return from_ > 0 && std::isfinite(rate_) && limit_ >= 0 && std::max(since_, peak_at_) <= minute &&
+         (alerted_at_ <= minute || alerted_at_ == kNever) && state_ < State::kEnded &&
          kind_ <= Evidence::Kind::kSameHour;
 }
 
@@ -170,7 +219,7 @@ bool History::look(const Moment& moment, Resource resource, Change* change) {
 
   Growth growth;
   State state = worst(moment, resource, &growth);
-  if (state >= State::kConfirmed && state_ < State::kConfirmed && alerted_ &&
+  if (state >= State::kConfirmed && state_ < State::kConfirmed && alerted_at_ != kNever &&
       moment.minute - alerted_at_ < kPause) {
     state = State::kNone;
   }

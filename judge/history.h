@@ -41,7 +41,7 @@ class History {
   bool end() { return std::exchange(state_, State::kNone) != State::kNone; }
 
   // Of the growth that was told last.
-  double from() const { return from_; }
+  double from() const { return decode(from_); }
   uint32_t since() const { return since_; }  // minute
   // The lowest level of the minute that was last known; 0 if none is.
   double last(uint32_t minute) const;
@@ -56,6 +56,8 @@ class History {
     visit(history.floors_.minutes);
     visit(history.floors_.eights);
     visit(history.floors_.hours);
+    visit(history.floors_.peaks);
+    visit(history.floors_.high);
     visit(history.floors_.low);
     visit(history.floors_.low_of_eight);
     visit(history.floors_.low_of_hour);
@@ -72,33 +74,36 @@ class History {
     visit(history.state_);
     visit(history.kind_);
     visit(history.agreed_);
-    visit(history.alerted_);
   }
   // Whether such parts, from outside, can be those of a history at the open minute.
   bool is_sound(uint32_t minute) const;
 
  private:
+  static constexpr uint32_t kNever = UINT32_MAX;
+
   bool closed(Scale scale, const Moment& moment) const;
   State worst(const Moment& moment, Resource resource, Growth* growth);
+  bool is_near(const Moment& moment) const;
+  double height(const Moment& moment, double rate_per_hour) const;
+  double fast_rate(uint32_t minute) const;
   double seconds_left(const Moment& moment, double rate_per_hour) const;
   void enter(State state, const Growth& growth, uint32_t minute);
   bool is_over(const Moment& moment, Evidence* evidence);
 
   Floors floors_{};
-  float from_ = 0;           // level when the growth that was told began
-  float rate_ = 0;           // an hour, of that growth when it was last looked at
-  float limit_ = HUGE_VALF;  // the nearest one when it was last known
-  uint32_t since_ = 0;       // when it began
-  uint32_t peak_at_ = 0;     // when the highest floor since then was reached
-  uint32_t alerted_at_ = 0;  // when it was last confirmed or urgent
-  Code newest_ = 0;          // the last known floor of a minute
-  Code peak_ = 0;            // the highest floor since the growth was told
-  Code ceiling_ = 0;         // the highest of what was told before and ended
-  uint16_t span_ = 0;        // minutes that the evidence covered
+  float rate_ = 0;                // an hour, of that growth when it was last looked at
+  float limit_ = HUGE_VALF;       // the nearest one when it was last known
+  uint32_t since_ = 0;            // when it began
+  uint32_t peak_at_ = 0;          // when the highest floor since then was reached
+  uint32_t alerted_at_ = kNever;  // when it was last confirmed or urgent
+  Code from_ = 1;                 // level when the growth that was told began
+  Code newest_ = 0;               // the last known floor of a minute
+  Code peak_ = 0;                 // the highest floor since the growth was told
+  Code ceiling_ = 0;              // the highest of what was told before and ended
+  uint16_t span_ = 0;             // minutes that the evidence covered
   State state_ = State::kNone;
   Evidence::Kind kind_ = Evidence::Kind::kGrowth;
-  uint8_t agreed_ = 0;    // looks by the hour that found a leak, less those that did not
-  bool alerted_ = false;  // ever
+  uint8_t agreed_ = 0;  // looks by the hour that found a leak, less those that did not
 };
 static_assert(sizeof(History) <= 256);
 

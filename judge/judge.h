@@ -3,27 +3,30 @@
 //
 // The method, for each resource of each process:
 //
-// - Floors. Only minima over windows of 1 minute, 8 minutes and 1 hour are kept (floors.h), up to
-// 72
+// - Floors. Only minima over windows of 1 minute, 8 minutes and 1 hour are kept (floors.h), up to 72
 //   hours of them. Bursts, collections of garbage and spikes do not show in a minimum. A window
 //   without a sample is unknown, so a gap or a suspend is missing time and not growth.
 // - Suspected. The last 13 minutes, the last 104 minutes or the last 9 hours rose by 5 % at least,
 //   evenly: every quarter of them took part, and the later half no less than the earlier.
-// - Confirmed. The same over 15 hours to 3 days, with what tells leaks from healthy growth
-// (rules.h):
-//     a cache that fills and a warm-up die away: the growth has to go on, straighter than a
-//     logarithm of the age, by more than the scatter of the floors may deceive; a daily load comes
-//     back: the floor has to stand above all that was before; a step of the configuration is one
-//     rise: there have to be several.
-//   The shorter the time, the stricter the demand, so that strong evidence is told after 15 hours
-//   and weak evidence waits. Minima over 4 and 8 hours find what hides below a slow sawtooth. Under
-//   a strong daily load each hour is compared with the same hour of the day before, for 30 hours.
+// - Confirmed. The same over 15 hours to 3 days, with what tells leaks from healthy growth, in two
+//   looks an hour apart (rules.h):
+//     A cache that fills and a warm-up die away. The growth may not have been faster before, and it
+//     has to be straighter than a logarithm of the age, by more than the scatter of the floors may
+//     deceive.
+//     A daily load comes back. The floor has to stand above all that was before.
+//     What fills with the work grows unevenly, as the work does. Up to a day of growth counts only
+//     if it is smooth: the floors lie close to a curve. After that it has lasted through every hour
+//     of the day.
+//     A step of the configuration is one rise. There have to be several.
+//   Minima over 4 and 8 hours find what hides below a slow sawtooth. Under a strong daily load each
+//   hour is compared with the same hour of the day before, for 30 hours.
 // - Urgent. At its rate a limit is reached within the hour, and it grew in 8 windows at least, to
-//   heights not seen before. What is not confirmed has to have grown for twice the time that is
-//   left.
+//   heights not seen before. What is confirmed counts with what it needs above its floor, as its
+//   last hours show, and with the rate of its fastest hours: a limit is reached by peaks and bursts.
+//   What is not confirmed has to be 50 minutes from the limit, and to have grown for twice the time
+//   that is left.
 // - Ended. It fell back, or had no new height for 26 hours (of what was only suspected: for twice
-// the
-//   time of the evidence, 30 minutes to 12 hours), or the process ended. For 25 hours after an
+//   the time of the evidence, 30 minutes to 12 hours), or the process ended. For 25 hours after an
 //   alert there is no other one, except that what is confirmed may become urgent.
 #ifndef JUDGE_JUDGE_H_
 #define JUDGE_JUDGE_H_

@@ -18,7 +18,8 @@ struct Demand {
   double second_half;    // the second half's, as a part of the first one's
   double order;
   double rises;
-  double new_heights;  // the part of the gain above all that was before
+  double new_heights;         // the part of the gain above all that was before
+  double scatter = HUGE_VAL;  // around a curve, as a part of the gain: of load there is more
 };
 
 // What a gain has to be at the least, whatever its shape.
@@ -35,7 +36,7 @@ Least least_of(Resource resource, bool slow) {
 }
 
 // Errors to allow for, and the part of a logarithm's bend that is still straight.
-constexpr double kSure = 1.5;
+constexpr double kSure = 1.75;
 constexpr double kStraight = 0.4;
 
 bool meets(const Run& run, const Demand& demand, const Least& least, Trend* trend) {
@@ -48,7 +49,7 @@ bool meets(const Run& run, const Demand& demand, const Least& least, Trend* tren
          q[3] >= demand.last_quarter * q[0] && q[2] + q[3] >= demand.second_half * (q[0] + q[1]) &&
          trend->from + trend->gain - trend->highest_before >= demand.new_heights * trend->gain &&
          measure_shape(run, demand.windows, trend) && trend->order >= demand.order &&
-         trend->decided >= 0.5 && trend->rises >= demand.rises;
+         trend->decided >= 0.5 && trend->rises >= demand.rises && trend->scatter <= demand.scatter;
 }
 
 // Is it sure enough that the growth does not die away? Unless it has just begun, it has to be
@@ -58,9 +59,11 @@ bool lasts(const Run& run, const Demand& demand, const Trend& trend) {
   if (bend < -0.15) {
     return false;
   }
-  if (trend.before_span >= demand.windows / 4.0 &&
-      trend.before * trend.span < 0.6 * trend.gain * trend.before_span) {
-    return true;
+  if (trend.before_span >= demand.windows / 4.0) {
+    const double before = trend.before * trend.span / (trend.gain * trend.before_span);
+    if (before < 0.6 || before > 1.2) {
+      return before < 0.6;
+    }
   }
   const double end = run.age;
   const double begin = end - demand.windows + 0.5;
@@ -155,17 +158,15 @@ bool find_suspicion(const Floors& floors, Scale scale, uint32_t minute, Resource
 
 bool find_leak(const Floors& floors, uint32_t minute, Resource resource, Growth* growth) {
   static constexpr Demand kHourly[] = {
-      {15, 0.05, 0.7, 0.7, 0.75, 0.9, 5, 0.6}, {19, 0.05, 0.45, 0.4, 0.6, 0.85, 5, 0.6},
-      {24, 0.06, 0.35, 0.4, 0.6, 0.8, 5, 0.6}, {36, 0.08, 0.25, 0.4, 0.6, 0.75, 5, 0.3},
-      {48, 0.1, 0.25, 0.4, 0.6, 0.7, 5, 0.3},  {71, 0.12, 0.25, 0.5, 0.7, 0.7, 5, 0.3},
+      {15, 0.05, 0.4, 0.4, 0.75, 0.85, 5, 0.6, 0.045},
+      {20, 0.05, 0.4, 0.4, 0.75, 0.85, 5, 0.6, 0.045},
+      {24, 0.06, 0.4, 0.4, 0.75, 0.85, 5, 0.6, 0.045},
+      {36, 0.08, 0.25, 0.4, 0.6, 0.75, 5, 0.3},
+      {71, 0.12, 0.25, 0.5, 0.7, 0.7, 5, 0.3},
   };
-  // Under a sawtooth of hours.
-  static constexpr Demand kMerged[] = {
-      {9, 0.06, 0.35, 0.4, 0.6, 0.8, 4, 0.6},    // 36 h
-      {13, 0.08, 0.25, 0.4, 0.6, 0.75, 5, 0.3},  // 52 h
-      {18, 0.1, 0.25, 0.4, 0.6, 0.7, 5, 0.3},    // 72 h
-  };
-  static constexpr Demand kMergedMore[] = {{9, 0.1, 0.25, 0.4, 0.6, 0.75, 4, 0.3}};  // 72 h
+  // Under a sawtooth of hours: 36 hours.
+  static constexpr Demand kMerged[] = {{9, 0.06, 0.35, 0.4, 0.6, 0.8, 4, 0.6}};
+  static constexpr Demand kMergedMore[] = {{9, 0.1, 0.25, 0.4, 0.6, 0.75, 4, 0.3}};  // 72 hours
   const uint32_t end = minute / kMinutesPerWindow[kHours];
   if (still(floors, kHours, end)) {
     return false;
@@ -191,7 +192,7 @@ bool find_rush(const Floors& floors, Scale scale, uint32_t minute, Resource reso
   static constexpr Demand kDemands[] = {{9, 0.03, 0.4, 0.5, 0.6, 0.85, 4, 0.5},
                                         {13, 0.03, 0.35, 0.5, 0.6, 0.85, 5, 0.5},
                                         {15, 0.03, 0.1, 0.4, 0.6, 0.8, 3, 0.5}};
-  static constexpr Demand kMinute[] = {{15, 0.1, 0.6, 0.6, 0.75, 0.95, 7, 0.8}};
+  static constexpr Demand kMinute[] = {{14, 0.1, 0.6, 0.6, 0.75, 0.95, 7, 0.8}};
   static constexpr Demand kFewHours[] = {{5, 0.03, 0.5, 0.5, 0.6, 1, 3.5, 0.5}};
   const uint32_t end = minute / kMinutesPerWindow[scale];
   // A cache fills as fast; a process that gathers files in minutes seldom stops in time.

@@ -12,7 +12,7 @@
 namespace judge {
 
 // Goes up with each change of what is written.
-constexpr uint32_t kStateVersion = 1;
+constexpr uint32_t kStateVersion = 2;
 
 // The state. `boot` says which boot of the system its pids and times belong to; any bytes. The same
 // state gives the same bytes on every system.

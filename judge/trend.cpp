@@ -54,7 +54,7 @@ void fit_bend(const Run& run, uint32_t count, Trend* trend) {
   const double c02 = s[1] * s[3] - s[2] * s[2];
   const double determinant = s[0] * c00 + s[1] * c01 + s[2] * c02;
   if (s[0] < 5 || std::fabs(determinant) < 1e-9) {
-    trend->bend_error = HUGE_VAL;
+    trend->scatter = trend->bend_error = HUGE_VAL;
     return;
   }
   const double c11 = s[0] * s[4] - s[2] * s[2];
@@ -72,8 +72,9 @@ void fit_bend(const Run& run, uint32_t count, Trend* trend) {
     }
   }
   trend->bend = c / trend->gain;
+  trend->scatter = std::sqrt(squares / (s[0] - 3)) / trend->gain;
   // Floors an hour apart are not independent: the error is larger than the formula's.
-  trend->bend_error = 1.5 * std::sqrt(squares / (s[0] - 3) * c22 / determinant) / trend->gain;
+  trend->bend_error = 1.5 * trend->scatter * std::sqrt(c22 / determinant);
 }
 
 }  // namespace
@@ -130,8 +131,9 @@ bool measure_gains(const Run& run, uint32_t count, Trend* trend) {
   }
   trend->span = count - width;
   const uint32_t reach = std::min(begin, count);
-  const double earlier = reach > 0 ? middle(run, begin - reach, std::min(reach, width)) : -1;
-  trend->before_span = earlier < 0 ? 0 : reach;
+  const uint32_t few = std::min(reach, width);
+  const double earlier = reach > 0 ? middle(run, begin - reach, few) : -1;
+  trend->before_span = earlier < 0 ? 0 : reach + (width - few) / 2.0;
   trend->before = earlier < 0 ? 0 : level[0] - earlier;
   trend->highest_before = 0;
   for (uint32_t i = 0; i < begin; ++i) {

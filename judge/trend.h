@@ -28,7 +28,7 @@ struct Trend {
   double quarter[4] = {};     // of the gain, by time
   double span = 0;            // windows between the middles of the beginning and the end
   double before = 0;          // gain in `before_span` windows before the beginning
-  double before_span = 0;     // 0 where nothing is known; at most as many as the run's
+  double before_span = 0;     // 0 where nothing is known; about as many as the run's at most
   double highest_before = 0;  // the highest floor before the beginning; 0 where nothing is known
   // What follows is dearer, and filled in by measure_shape().
   double order = 0;    // rank correlation with time among the pairs that differ, -1 to 1
@@ -36,6 +36,7 @@ struct Trend {
   double rises = 0;    // in how many equal rises the same unevenness would come
   double bend = 0;     // by how much the middle of a parabola lies below its ends, as a part of the
                        // gain: below 0 for growth that dies away
+  double scatter = 0;  // deviation of the floors from that parabola, as a part of the gain
   double bend_error = 0;  // how far that may be off by the scatter of the floors (one deviation)
 };
 

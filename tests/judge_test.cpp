@@ -6,7 +6,9 @@
 
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "host/judge/sample_reader.h"
 #include "host/judge/verdict_json.h"
@@ -121,6 +123,12 @@ TEST(Judge, LeavesTheHealthyAlone) {
       {"sawtooth", [](double t) { return 1e5 + std::fmod(t, 11000) * 30; }},
       {"bursts", [](double t) { return std::fmod(t, 5e4) < 4000 ? 9e5 : 1e5; }},
       {"nightly job", [](double t) { return std::fmod(t, kDay) > 8e4 ? 9e5 : 1e5; }},
+      {"a batch of 15 hours", [](double t) { return t < 15.3 * kHour ? 1e5 + 3 * t : 1e5; }},
+      {"filled by work",
+       [](double t) {
+         const double work = 0.6 * t - 0.4 * kDay / 2 / M_PI * std::sin(2 * M_PI * t / kDay);
+         return 1e5 * (3 - 2 * std::exp(-work / 5 / kHour));
+       }},
   };
   for (const auto& row : rows) {
     for (const double interval : {10.0, 600.0}) {
@@ -130,6 +138,76 @@ TEST(Judge, LeavesTheHealthyAlone) {
       EXPECT_EQ(court.when(State::kConfirmed), HUGE_VAL) << row.name << interval;
     }
   }
+}
+
+// 25 minutes of a busy machine, each process sampled every 2 seconds.
+TEST(Judge, LeavesHonestWorkAlone) {
+  const auto settles = [](double t, double tau) { return 1 - std::exp(-t / tau); };
+  const struct {
+    int count;
+    double every, lasts;  // s
+    std::function<double(double)> memory, threads, files;
+  } rows[] = {
+      {120, 12, 25, [](double t) { return 2e4 + 1.2e4 * t; }, {}, {}},                  // compiler
+      {5, 280, 240, [](double t) { return 1e4 + 4e3 * t; }, {}, {}},                    // linker
+      {4, 360, 300, [](double t) { return 3e4 + 1.5e3 * std::fmod(t, 150); }, {}, {}},  // git
+      {8,
+       1,
+       1500,
+       [&](double t) { return 5e4 + 2e4 * settles(t, 90); },
+       {},
+       [](double t) { return 20 + std::fmod(t * 7, 13); }},                           // web server
+      {1, 0, 1500, [](double t) { return 9e3 + 9e2 * std::min(t, 110.0); }, {}, {}},  // redis
+      {5, 300, 20, [](double t) { return 1e5 + 5 * t; }, {}, {}},                     // ... saves
+      {6, 20, 1400, [&](double t) { return 8e3 + 9e4 * settles(t, 240); }, {}, {}},   // PostgreSQL
+      {2,
+       60,
+       1400,
+       [&](double t) { return 1.2e5 + 1.5e5 * settles(t, 120) + 1.8e3 * std::fmod(t, 45); },
+       [](double t) { return 18 + std::min(14.0, t / 5); },
+       {}},  // JVM
+  };
+  Court court;
+  court.sample.open_files_limit = 1024;
+  court.sample.memory_available_kb = 4'000'000;
+  for (double now = 0; now < 1500; now += 2) {
+    court.sample.time = now;
+    court.sample.pid = 300;
+    for (const auto& row : rows) {
+      for (int i = 0; i < row.count; ++i) {
+        const double t = now - i * row.every;
+        const auto at = [t](const auto& level, double other) {
+          return static_cast<int64_t>(level ? level(t) : other);
+        };
+        ++court.sample.pid;
+        court.sample.resident_kb = at(row.memory, 0);
+        court.sample.threads = at(row.threads, 4);
+        court.sample.open_files = at(row.files, 30);
+        if (t >= 0 && t < row.lasts) court.judge.take(court.sample);
+        if (t >= row.lasts) court.judge.end(court.sample.pid, now);
+      }
+    }
+  }
+  FILE* const csv = fopen(TASKWARDEN_SAMPLES, "re");
+  ASSERT_NE(csv, nullptr);
+  host::SampleReader reader([&](char* buffer, size_t size) { return fread(buffer, 1, size, csv); });
+  ASSERT_TRUE(reader.begin());
+  for (judge::Sample sample; reader.next(&sample);) {
+    sample.time += 3000;
+    sample.pid += 1'000'000;
+    court.judge.take(sample);
+  }
+  fclose(csv);
+  EXPECT_EQ(court.when(State::kConfirmed), HUGE_VAL);
+  std::set<std::string> leaking;
+  int honest = 0;
+  for (const auto& v : court.told) {
+    const bool leaks = v.called.ends_with("-leaking");
+    if (leaks) leaking.insert(v.called);
+    honest += !leaks && v.state == State::kSuspected;
+  }
+  EXPECT_LE(honest, 3);
+  EXPECT_EQ(leaking.size(), 5u);
 }
 
 TEST(Judge, UrgentHalfAnHourBeforeTheLimit) {
@@ -150,6 +228,14 @@ TEST(Judge, UrgentHalfAnHourBeforeTheLimit) {
       }
     }
   }
+}
+
+// A fast one is urgent as soon as it has grown for a quarter of an hour.
+TEST(Judge, UrgentBeforeAFastLeakIsOver) {
+  Court court;
+  court.sample.open_files_limit = 1024;
+  court.watch(Resource::kOpenFiles, 0, 1024, 2, [](double t) { return t; });
+  EXPECT_LE(court.when(State::kUrgent), 900);
 }
 
 TEST(Judge, VerdictsSayHowMuchSinceWhenAndWhy) {

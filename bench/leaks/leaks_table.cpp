@@ -68,7 +68,7 @@ Score score_of(const Trace& trace, const MethodKind& kind, bool name_mistakes) {
     const bool right = trace.leaks && alarm.time >= trace.onset &&
                        (trace.interval == 0 || alarm.resource == trace.resource);
     score.suspected |= alarm.state == State::kSuspected;
-    told &= alarm.state != State::kEnded;
+    told &= alarm.state != State::kEnded || alarm.resource != trace.resource;
     if (alarm.state != State::kConfirmed && alarm.state != State::kUrgent) {
       continue;
     }
