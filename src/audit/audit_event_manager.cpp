@@ -37,16 +37,18 @@ void AuditEventManager::addListener(int32_t source, AuditEventListener* listener
   hub->listeners.push_back(listener);
 }
 
-void AuditEventManager::pollEvents(int32_t source, void* data) {
+size_t AuditEventManager::pollEvents(int32_t source, void* data) {
   AuditEventHub* hub = find(source);
   if (hub == nullptr) {
     TW_LOG(TW_TAG_EVENT, ">> No such source (%u) to poll!!\n", static_cast<unsigned>(source));
-    return;
+    return 0;
   }
   const EventDraft::Poll poll;
-  for (const int32_t id : hub->retrieve(data)) {
+  const std::vector<int32_t> raised = hub->retrieve(data);
+  for (const int32_t id : raised) {
     deliver(hub, id, data);
   }
+  return raised.size();
 }
 
 bool AuditEventManager::deliverEvent(int32_t source, int32_t id, void* data) {

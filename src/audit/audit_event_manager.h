@@ -2,6 +2,7 @@
 #ifndef AUDIT_AUDIT_EVENT_MANAGER_H_
 #define AUDIT_AUDIT_EVENT_MANAGER_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 
@@ -17,8 +18,8 @@ class AuditEventManager {
   void addListener(int32_t source, AuditEventListener* listener);
 
   // Runs the hub of `source` over `data` and delivers each event that it returns, all listeners
-  // before the next event. A source without a hub is logged.
-  void pollEvents(int32_t source, void* data);
+  // before the next event. Returns how many there were. A source without a hub is logged.
+  size_t pollEvents(int32_t source, void* data);
 
   // Delivers the event `id` to the listeners of `source` without running its hub. A source without
   // a hub is passed over in silence. Returns whether there is a hub.

@@ -24,8 +24,9 @@ int32_t tw_event_poll_meminfo(tw_meminfo_t* meminfo) {
   return 0;
 }
 
-int32_t tw_event_poll_process_entry(tw_process_list* list, tw_process_entry* entry) {
-  AuditEventManager::getInstance()->pollEvents(AUDIT_SOURCE_PROCENTRY, entry);
+bool tw_poll_process_entry(tw_process_list* list, tw_process_entry* entry) {
+  const bool raised =
+      AuditEventManager::getInstance()->pollEvents(AUDIT_SOURCE_PROCENTRY, entry) > 0;
   // "zygote64" begins with it as well.
   if (strncmp(entry->desc.name, "zygote", 6) != 0) {
     const bool runtime = is_runtime_proc(entry->desc.ppid);
@@ -34,6 +35,11 @@ int32_t tw_event_poll_process_entry(tw_process_list* list, tw_process_entry* ent
       collector->collect(entry);
     }
   }
+  return raised;
+}
+
+int32_t tw_event_poll_process_entry(tw_process_list* list, tw_process_entry* entry) {
+  tw_poll_process_entry(list, entry);
   return 0;
 }
 

@@ -1,6 +1,7 @@
 // Where the measuring code hands its news to the event framework. Every poll is synchronous: hubs
-// and handler are done when it returns. All return 0. Cycle's thread only. Any of them may be the
-// first to create the manager; without a hub for its source a poll delivers nothing.
+// and handler are done when it returns. All that hosts can call return 0. Cycle's thread only. Any
+// of them may be the first to create the manager; without a hub for its source a poll delivers
+// nothing.
 //
 // Includes no other area's header, so that readers on lower floors can end by polling. No pointer
 // may be null, and none is kept, but for a process's slot that a rank collector takes in.
@@ -21,6 +22,9 @@ TW_EXPORT int32_t tw_event_poll_meminfo(tw_meminfo_t* meminfo);
 // A watched process was inspected: runs the per-process hub, then offers the process to the rank
 // collector of its class, unless its name begins with "zygote".
 TW_EXPORT int32_t tw_event_poll_process_entry(tw_process_list* list, tw_process_entry* entry);
+
+// The same; whether an event was raised.
+bool tw_poll_process_entry(tw_process_list* list, tw_process_entry* entry);
 
 // A pass over the whole table is complete: runs the process-count hub, then announces the changes
 // of each ranking, if any, and empties them.

@@ -16,7 +16,8 @@ inline constexpr uint32_t TW_FD_LISTING_RHYTHM = 60;
 // does: from `last` while the directory's size has not changed since it was listed, and from a
 // listing otherwise, which `last` then remembers. `last` belongs to the process; it is zeros at
 // first and whenever the process has another name. With a null `last` every call lists. Returns
-// whether the number is known: the directory could be opened, and listed to its end.
+// whether the number is known: the directory could be opened, and listed to its end; if not, errno
+// tells why.
 //
 // The size is trusted only on a file system on which it was seen to equal the number of descriptors
 // listed: since Linux 6.2 it is the number of descriptor numbers in use (proc_readfd_count() in

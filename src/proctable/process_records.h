@@ -24,6 +24,9 @@ struct tw_process_desc {
   int32_t open_files;
 };
 
+// The parent of all kernel tasks.
+inline constexpr int32_t TW_KTHREADD = 2;
+
 // One slot of the table.
 struct tw_process_entry {
   uint32_t pid;            // 0: the slot is free; else equal to the slot's index

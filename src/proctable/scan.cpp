@@ -11,6 +11,8 @@
 #include "platform/directory.h"
 #include "platform/proc_root.h"
 #include "platform/progress.h"
+#include "proctable/kept_visits.h"
+#include "proctable/new_pids.h"
 #include "proctable/table_notes.h"
 #include "report/log.h"
 
@@ -37,22 +39,15 @@ void log_beyond_slots(long pid, uint32_t slots) {
   }
 }
 
-}  // namespace
-
-int32_t tw_process_list_refresh(tw_process_list* list) {
-  return tw_process_list_scan(list, -1);
-}
-
-int32_t tw_process_list_scan(tw_process_list* list, int spare_directory) {
-  const timeval start = tw_clock_now();
-  const ReadingMark mark(TASKWARDEN_READS_DIRECTORY);
+// Links what is not yet in `list`. False when the directory cannot be opened, which is logged.
+bool list_processes(tw_process_list* list, int spare_directory) {
   Directory directory(tw_proc_root());
   if (!directory.ok() && (errno == EMFILE || errno == ENFILE) && spare_directory >= 0) {
     directory.rewind(spare_directory);
   }
   if (!directory.ok()) {
     TW_LOG(TW_TAG_STATS, ">> failed to open \"proc\": %s\n", strerror(errno));
-    return -1;
+    return false;
   }
   const uint32_t slots = tw_process_slots(list);
   tw_dirent found;
@@ -71,6 +66,25 @@ int32_t tw_process_list_scan(tw_process_list* list, int spare_directory) {
     if (list->entries[pid].pid == 0) {
       link_at_head(list, static_cast<uint32_t>(pid));
     }
+  }
+  if (!directory.failed()) {
+    tw_note_listing();
+  }
+  return true;
+}
+
+}  // namespace
+
+int32_t tw_process_list_refresh(tw_process_list* list) {
+  return tw_process_list_scan(list, -1);
+}
+
+int32_t tw_process_list_scan(tw_process_list* list, int spare_directory) {
+  const timeval start = tw_clock_now();
+  const ReadingMark mark(TASKWARDEN_READS_DIRECTORY);
+  const bool may_be_left_out = tw_keeps_visits(list) && list->head != nullptr;
+  if ((!may_be_left_out || tw_may_have_new_pids()) && !list_processes(list, spare_directory)) {
+    return -1;
   }
   list->native_count = 0;
   list->runtime_count = 0;

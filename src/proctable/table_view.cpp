@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr int32_t kKthreadd = 2;
-
 // A number that `known` does not name stays 0.
 taskwarden_process row_of(const tw_process_entry& entry, const tw_process_note& note) {
   const tw_process_desc& desc = entry.desc;
@@ -34,7 +32,7 @@ taskwarden_process row_of(const tw_process_entry& entry, const tw_process_note& 
   };
   fill(TASKWARDEN_KNOWN_STATE, &row.state, static_cast<unsigned char>(desc.state));
   fill(TASKWARDEN_KNOWN_PARENT, &row.parent, desc.ppid);
-  fill(TASKWARDEN_KNOWN_PARENT, &row.is_kernel_task, desc.ppid == kKthreadd ? 1 : 0);
+  fill(TASKWARDEN_KNOWN_PARENT, &row.is_kernel_task, desc.ppid == TW_KTHREADD ? 1 : 0);
   fill(TASKWARDEN_KNOWN_DESCRIPTOR_TABLE, &row.descriptor_table, desc.fd_size);
   fill(TASKWARDEN_KNOWN_PEAK, &row.peak_kb, desc.vm_hwm_kb);
   fill(TASKWARDEN_KNOWN_RESIDENT, &row.resident_kb, desc.vm_rss_kb);

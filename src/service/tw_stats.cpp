@@ -20,6 +20,7 @@
 #include "platform/socket_wait.h"
 #include "platform/unique_fd.h"
 #include "proctable/inspection.h"
+#include "proctable/kept_visits.h"
 #include "proctable/scan.h"
 #include "proctable/storage.h"
 #include "proctable/suspicious_dump.h"
@@ -174,6 +175,7 @@ int32_t taskwarden_start() {
   tw_audit_initialize();
   interest_builtin_load();
   tw_process_list* table = tw_process_list_create();
+  tw_settle_kept_visits();
   tw_process_entry* cursor = nullptr;
   PassClock pass;
   // For when there is no descriptor left to open it with.
@@ -202,7 +204,9 @@ int32_t taskwarden_start() {
       pass.end();
     }
     pass.show(table, pass_complete);
-    rest_after(int64_t{setup} + spent);
+    // Kept visits may be done before the clock has moved.
+    const int64_t least_ms = tw_keeps_visits(table) ? 1 : INT64_MIN;
+    rest_after(std::max(int64_t{setup} + spent, least_ms));
     if (pass_complete) {
       honour_requests(table);
     }
