@@ -87,7 +87,8 @@ Examples: taskwarden watch --interest surfaceflinger 2>errors.log | grep -A 20 E
 struct Options {
   std::string interest{};  // empty: what the environment says
   std::string proc_root = "/proc";
-  bool no_service = false;  // leave the record socket alone
+  bool no_service = false;   // leave the record socket alone
+  bool every_visit = false;  // read also what has not run
   LogStyle log{};
   VerdictOptions verdicts{};
 };
@@ -158,6 +159,7 @@ int run(const Options& options) {
   }
   taskwarden_limit_inventories(kInventoryBytes);
   taskwarden_limit_receivers(nullptr, 0);
+  taskwarden_visit_only_what_ran(options.every_visit ? 0 : 1);
   queue_output();
   start_log(options.log);
   const RecordServer* const server = options.no_service ? nullptr : answer_records();
@@ -188,6 +190,9 @@ void add_watch_command(CLI::App& app, std::function<int()>* chosen) {
       ->check(must_fit(kInterestMax));
   add_proc_root(command, &options->proc_root);
   command.add_flag("--no-service", options->no_service, "Do not listen for records");
+  command.add_flag("--every-visit", options->every_visit,
+                   "Read the files of every process at every visit, also\n"
+                   "of those that have not run since the last one");
   command.add_option("--log-format", options->log.json, "Format of the log (default text)")
       ->option_text("text|json")
       ->transform(must_stand_for<bool>({{"text", false}, {"json", true}}));
