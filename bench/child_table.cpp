@@ -10,6 +10,8 @@
 #include "audit/process_collector.h"
 #include "platform/clock.h"
 #include "proctable/inspection.h"
+#include "proctable/kept_visits.h"
+#include "proctable/scan.h"
 #include "proctable/storage.h"
 #include "proctable/table_notes.h"
 #include "taskwarden/taskwarden.h"
@@ -106,6 +108,28 @@ bool ChildTable::visit_all() {
   list_->remaining = list_->count;
   tw_process_list_iterate(list_, list_->head, INT32_MAX, &cursor);
   return cursor == nullptr && list_->remaining == 0;
+}
+
+bool ChildTable::scan_and_visit_all() {
+  return tw_process_list_refresh(list_) >= 0 && visit_all();
+}
+
+void ChildTable::visit_only_what_ran(bool only_what_ran) {
+  taskwarden_visit_only_what_ran(only_what_ran ? 1 : 0);
+  tw_settle_kept_visits();
+  if (tw_keeps_visits(list_) != only_what_ran) {
+    throw std::runtime_error("visits cannot be kept here");
+  }
+  for (int i = 0; i < 2; ++i) {
+    visit_all();
+  }
+}
+
+void ChildTable::put_off_readings() {
+  for (tw_process_entry* entry = list_->head; entry != nullptr; entry = entry->next) {
+    tw_process_note_of(list_, entry->pid)->reading.visits =
+        static_cast<uint8_t>(entry->pid % TW_READING_RHYTHM);
+  }
 }
 
 uint32_t ChildTable::visit_slice(int32_t budget_ms) {

@@ -33,6 +33,13 @@ class ChildTable {
 
   // One whole pass. False if it was none.
   bool visit_all();
+  // The same behind a scan. In a pid namespace where there is more than the population it is all of
+  // that.
+  bool scan_and_visit_all();
+  // Visits keep the numbers of what has not run, or not; returns when they have come to rest.
+  void visit_only_what_ran(bool only_what_ran);
+  // The next visit reads none because its turn has come.
+  void put_off_readings();
   // The number of processes visited in a slice of `budget_ms` that begins a pass.
   uint32_t visit_slice(int32_t budget_ms);
 

@@ -1,5 +1,5 @@
-// Keeps a population alive for others to look at: hold_population NUMBER|mixedNUMBER prints its
-// pids on one line when all are there, and ends with standard input.
+// Keeps a population alive for others to look at: hold_population NUMBER|mixedNUMBER|busyNUMBER
+// prints its pids on one line when all are there, and ends with standard input.
 #include <unistd.h>
 
 #include <iostream>

@@ -12,16 +12,35 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <stdexcept>
+#include <string>
 
 #include "platform/unique_fd.h"
 
 namespace {
 
+constexpr int kWake = SIGUSR1;
+
 [[noreturn]] void sleep_for_good() {
   for (;;) {
     pause();
   }
+}
+
+[[noreturn]] void be_busy() {
+  constexpr useconds_t kHalfSecond = 500000;
+  for (;;) {
+    usleep(kHalfSecond);
+  }
+}
+
+bool is_asleep(pid_t pid) {
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  std::string word;
+  char state = 0;
+  stat >> word >> word >> state;
+  return state == 'S';
 }
 
 void require(bool ok, const char* what) {
@@ -102,10 +121,14 @@ void start_threads(int count) {
   if (getppid() != parent) {
     _exit(1);
   }
+  signal(kWake, [](int) {});
   hold_descriptors(shape.descriptors, ready);
   map_areas(shape.areas);
   start_threads(shape.threads);
   close(shape.descriptors);
+  if (shape.is_busy) {
+    be_busy();
+  }
   sleep_for_good();
 }
 
@@ -113,6 +136,15 @@ void start_threads(int count) {
 
 std::vector<ChildShape> plain_shapes(size_t count) {
   return std::vector<ChildShape>(count);
+}
+
+std::vector<ChildShape> busy_shapes(size_t count) {
+  constexpr size_t kOneIn = 50;
+  std::vector<ChildShape> shapes = plain_shapes(count);
+  for (size_t i = 0; i < count; i += kOneIn) {
+    shapes[i].is_busy = true;
+  }
+  return shapes;
 }
 
 std::vector<ChildShape> mixed_shapes(size_t large) {
@@ -152,6 +184,17 @@ Population::Population(std::span<const ChildShape> shapes) : Population() {
     waitid(P_PID, static_cast<id_t>(pid), &ended, WEXITED | WNOHANG | WNOWAIT);
     if (ended.si_pid != 0) {
       throw std::runtime_error("a child could not be made as asked");
+    }
+  }
+}
+
+void Population::wake(size_t first, size_t count) const {
+  for (size_t i = first; i < first + count; ++i) {
+    kill(pids_[i % pids_.size()], kWake);
+  }
+  for (size_t i = first; i < first + count; ++i) {
+    while (!is_asleep(pids_[i % pids_.size()])) {
+      usleep(100);
     }
   }
 }

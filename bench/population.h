@@ -1,5 +1,5 @@
-// Idle live processes to be looked at, and their end. Each sleeps until it is killed, which happens
-// in the destructor, or by the kernel when the thread that made them ends.
+// Live processes to be looked at, and their end. Each sleeps, but to be woken, until it is killed,
+// which happens in the destructor, or by the kernel when the thread that made them ends.
 #ifndef BENCH_POPULATION_H_
 #define BENCH_POPULATION_H_
 
@@ -14,11 +14,15 @@ struct ChildShape {
   int descriptors = 14;  // exactly; at least 3
   int areas = 0;         // memory areas that do not merge, every other one of a file, all touched
   int threads = 1;       // named as on Android: pools, numbered and single ones
+  bool is_busy = false;  // runs for a moment twice a second
 };
 
 std::vector<ChildShape> plain_shapes(size_t count);
 // 1000 children, of which `large` have 1000 descriptors and 2 have 10000.
 std::vector<ChildShape> mixed_shapes(size_t large);
+
+// `count` plain children, of which 2 % are busy.
+std::vector<ChildShape> busy_shapes(size_t count);
 
 class Population {
  public:
@@ -28,6 +32,10 @@ class Population {
   explicit Population(std::span<const ChildShape> shapes);
   ~Population();
   Population& operator=(Population&&) = delete;  // nor any copy
+
+  // Has `count` of them run for a moment, from the one with the number `first` on and around;
+  // returns when they sleep again.
+  void wake(size_t first, size_t count) const;
 
   // In the order of the shapes.
   const std::vector<pid_t>& pids() const { return pids_; }

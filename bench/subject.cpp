@@ -19,9 +19,12 @@ Subject::Subject(const std::vector<ChildShape>& shapes)
     : totals(totals_of(shapes)), population(shapes), table(population.pids()) {}
 
 std::vector<ChildShape> shapes_of(const std::string& population) {
-  constexpr std::string_view kMixed = "mixed";
-  return population.starts_with(kMixed) ? mixed_shapes(std::stoul(population.substr(kMixed.size())))
-                                        : plain_shapes(std::stoul(population));
+  constexpr std::string_view kMixed = "mixed", kBusy = "busy";
+  if (population.starts_with(kMixed)) {
+    return mixed_shapes(std::stoul(population.substr(kMixed.size())));
+  }
+  return population.starts_with(kBusy) ? busy_shapes(std::stoul(population.substr(kBusy.size())))
+                                       : plain_shapes(std::stoul(population));
 }
 
 Subject& subject(const std::string& population) {

@@ -21,7 +21,7 @@ struct Subject {
 };
 
 // "300", or any other number of plain children, or "mixed50": 1000 of which 50 have 1000
-// descriptors.
+// descriptors, or "busy300": 2 % of which are busy.
 std::vector<ChildShape> shapes_of(const std::string& population);
 Subject& subject(const std::string& population);
 
