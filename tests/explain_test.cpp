@@ -6,8 +6,10 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <fstream>
 #include <map>
+#include <mutex>
 #include <regex>
 
 #include "host/explain/command_words.h"
@@ -16,6 +18,7 @@
 #include "host/explain/memory_names.h"
 #include "host/explain/open_names.h"
 #include "host/explain/process_stat.h"
+#include "host/watch/explainer.h"
 #include "support/child.h"
 #include "support/made_tree.h"
 #include "support/row_file.h"
@@ -217,6 +220,61 @@ TEST(Explain, DoesNotWaitForEver) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s);
   EXPECT_EQ(told,
             "-> Who it is:; \t parent 1; -> Its memory could not be read: did not answer in time");
+}
+
+// What is written in which order, with "!" where it is explained.
+TEST(Explainer, KeepsTheOrderAndDropsExplanationsOnly) {
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::string written;
+  bool may_answer = false;
+  const auto write = [&](const char* what) {
+    return [&, what](const host::Explanation* explanation) {
+      const std::lock_guard lock(mutex);
+      written += what + std::string(explanation != nullptr ? "!" : "");
+      changed.notify_all();
+    };
+  };
+  const auto answer = [&](const host::Question& question) {
+    std::unique_lock lock(mutex);
+    changed.wait(lock, [&] { return may_answer; });
+    host::Explanation explanation;
+    explanation.look.exists = question.pid != 7;
+    return explanation;
+  };
+  const auto wait_for = [&](const std::string& end) {
+    std::unique_lock lock(mutex);
+    may_answer = true;
+    changed.notify_all();
+    return changed.wait_for(lock, 5s, [&] { return written.ends_with(end); });
+  };
+  // Never ended: its thread is not, either.
+  auto& few = *new host::Explainer(answer, {.questions = 2, .share = 1});
+  few.put(1, write("a"));
+  few.ask({.pid = 7}, 1, write("b"));
+  few.ask({}, 1, write("c"));
+  few.ask({}, 1, write("d"));  // one too many
+  few.put(1, write("e"));
+  few.start();
+  EXPECT_TRUE(wait_for("abc!de")) << written;
+  EXPECT_EQ(few.dropped(), 1U);
+
+  auto& small = *new host::Explainer(answer, {.bytes = 9, .share = 1});
+  small.ask({}, 8, write("f"));
+  small.put(2, write("g"));
+  small.ask({}, 1, write("h"));
+  small.start();
+  EXPECT_TRUE(wait_for("fgh")) << written;
+  EXPECT_EQ(small.dropped(), 2U);
+
+  auto& late = *new host::Explainer(answer, {.share = 0, .at_once = 0ms});
+  late.ask({}, 1, write("i"));
+  late.start();
+  EXPECT_TRUE(wait_for("i")) << written;
+  late.finish(std::chrono::steady_clock::now() + 5s);
+  late.ask({}, 1, write("j"));
+  EXPECT_TRUE(wait_for("j")) << written;
+  EXPECT_EQ(late.dropped(), 2U);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <atomic>
 #include <chrono>
 #include <fstream>
 #include <functional>
@@ -14,6 +15,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <thread>
 
 #include "host/common/record_server.h"
 #include "support/child.h"
@@ -154,6 +156,36 @@ TEST(HostProgram, WatchPrintsRecordsAndEndsWithItsReader) {
     program.lose_reader();
     kill(program.pid(), SIGUSR1);
     EXPECT_EQ(program.end(), -SIGPIPE);
+  }
+}
+
+TEST(HostProgram, WatchSaysWhoGrewAndHow) {
+  for (const bool json : {true, false}) {
+    Child child("secret word");
+    Program program("watch --no-service --no-state " +
+                    std::string(json ? "--log-format json --no-arguments" : ""));
+    std::atomic<bool> done = false;
+    std::thread grower([&] {
+      for (; !done; std::this_thread::sleep_for(std::chrono::milliseconds(200))) {
+        child.command("files 5");
+      }
+    });
+    const std::string pid = std::to_string(child.pid());
+    for (const char* more : {"\"holds\":[{\"count\":", "\"grew\":[{\"increase\":"}) {
+      if (!json) break;
+      EXPECT_TRUE(program.says("\",\"pid\":" + pid + ","));
+      const std::string event = program.until("\n");
+      EXPECT_NE(event.find("\"who\":{\"command_line\":[\"/"), event.npos) << event;
+      EXPECT_NE(event.find(more), event.npos) << event;
+      EXPECT_EQ(event.find("secret word\""), event.npos) << event;
+    }
+    for (const char* more : {"-> Its open files by name:\n\t device \"/dev/null\": ",
+                             "\t command line: secret word\n", " more, now "}) {
+      if (json) break;
+      EXPECT_TRUE(program.says(more));
+    }
+    done = true;
+    grower.join();
   }
 }
 

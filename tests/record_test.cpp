@@ -32,6 +32,8 @@ std::string joined(const host::Record& record) {
 TEST(Record, DoesWhatItsTableHas) {
   MadeTree tree;
   tree.write("7/cmdline", std::string("a b\0\n\0", 6) + std::string(5000, 'x'));
+  const std::string program = "/bin/a b";
+  tree.link("7/exe", program);
   std::map<std::string, int> kinds;
   for (const auto& row : row_file(TASKWARDEN_ROWS)) {
     const std::string &kind = row[0], &text = row[1];
@@ -60,6 +62,9 @@ TEST(Record, DoesWhatItsTableHas) {
       host::add_view(view, &object);
       EXPECT_EQ(object["command_line"].size(), row[3].empty() ? 0u : 3u);
       EXPECT_EQ(object["cgroup"].is_null(), row[3].find("group") == row[3].npos);
+      const auto shy = host::view_process({7, 0, "", "", ""}, {9, 0}, tree.root(), true);
+      EXPECT_EQ(shy.cgroup, view.cgroup);
+      EXPECT_EQ(shy.command, row[3].empty() ? std::vector<std::string>() : std::vector{program});
     }
   }
   EXPECT_EQ(kinds.size(), 5u);

@@ -8,7 +8,7 @@
 namespace host {
 namespace {
 
-constexpr size_t kRowsTold = 8;
+constexpr size_t kRowsTold = 5;
 
 std::string part_words(Part part) {
   return part == Part::kMemory ? "memory" : part == Part::kThreads ? "threads" : "open files";

@@ -13,6 +13,7 @@ namespace host {
 namespace {
 
 constexpr int64_t kFolderLeast = 8;
+constexpr size_t kCommandShown = 400;  // bytes of a line for people
 
 // The folders of which no single file says enough.
 std::vector<Growth> telling_folders(const std::vector<Growth>& folders,
@@ -199,6 +200,9 @@ std::vector<std::string> whom_lines(const Whom& whom) {
   std::string command;
   for (const std::string& word : whom.command) {
     command += (command.empty() ? "" : " ") + escape_text(word);
+  }
+  if (command.size() > kCommandShown) {
+    command = command.substr(0, kCommandShown) + " ...";
   }
   if (!command.empty()) {
     lines.push_back("command line: " + command);

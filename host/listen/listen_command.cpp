@@ -65,6 +65,7 @@ constexpr int kYear = 31536000;  // seconds
 struct Options {
   std::string name = kRecordSocket;  // in the abstract namespace
   bool json = false;
+  bool no_arguments = false;
   uint32_t count = 0;  // records to end after; 0 for no end
   bool anyone = false;
   std::vector<uid_t> uids{};          // whose records are accepted; empty for the default
@@ -108,7 +109,7 @@ class Printer {
                                               record.event) == options_.events.end()) {
       return true;
     }
-    const ProcessView view = view_process(record, sender);
+    const ProcessView view = view_process(record, sender, "/proc", options_.no_arguments);
     if (options_.json) {
       Json object = record_object(record, sender, now);
       add_view(view, &object);
@@ -222,6 +223,7 @@ void add_listen_command(CLI::App& app, std::vector<std::string>* arguments,
       ->option_text(" ")
       ->check(must_fit(kSocketNameMax));
   command.add_flag("--json", options->json, "Print objects instead of text");
+  add_no_arguments(command, &options->no_arguments);
   command.add_option("--count", options->count, "Stop after N records")
       ->option_text("N")
       ->check(must_be_number(1U, UINT32_MAX));

@@ -1,5 +1,7 @@
 #include "host/listen/process_view.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <string_view>
@@ -7,6 +9,8 @@
 #include "host/common/bounded_reader.h"
 #include "host/common/escape.h"
 #include "host/common/file_text.h"
+#include "host/explain/command_words.h"
+#include "host/explain/process_reader.h"
 
 namespace host {
 namespace {
@@ -35,24 +39,26 @@ bool numbers_as_we_do(const Sender& sender, const std::string& proc_root) {
 
 }  // namespace
 
-ProcessView view_process(const Record& record, const Sender& sender, const std::string& proc_root) {
+ProcessView view_process(const Record& record, const Sender& sender, const std::string& proc_root,
+                         bool no_arguments) {
   ProcessView view;
   if (record.pid <= 0 || !numbers_as_we_do(sender, proc_root)) {
     return view;
   }
   const std::string process = proc_root + "/" + std::to_string(record.pid);
   const std::vector<FileText> files =
-      read_files_within({process + "/cgroup", process + "/cmdline"}, kMost);
+      no_arguments ? std::vector{read_file(process + "/cgroup", kMost)}
+                   : read_files_within({process + "/cgroup", process + "/cmdline"}, kMost);
   const FileText& cgroup = files[0];
   if (cgroup.error == 0) {
     // The unified hierarchy's, or else that by which systemd knows it (cgroups(7)).
     view.cgroup = line_after(cgroup.text, "0::");
     view.cgroup = view.cgroup ? view.cgroup : line_after(cgroup.text, "1:name=systemd:");
   }
-  std::string_view rest = files[1].text;
-  while (!rest.empty()) {
-    view.command.emplace_back(rest.substr(0, rest.find('\0')));
-    rest.remove_prefix(std::min(rest.size(), view.command.back().size() + 1));
+  if (!no_arguments) {
+    view.command = command_words(files[1].text);
+  } else if (const std::string program = read_link(AT_FDCWD, process + "/exe"); !program.empty()) {
+    view.command = {program};
   }
   return view;
 }

@@ -19,9 +19,9 @@ struct ProcessView {
 // Looks at the record's process under `proc_root`. Empty where its files cannot be read or do not
 // answer within kReadPatience, and where the sender is not known to number processes as we do
 // (pid_namespaces(7)). A command line is cut after some 4096 bytes, since its process can make it
-// endless. Any thread.
+// endless. With `no_arguments` it is the path of the program alone. Any thread.
 ProcessView view_process(const Record& record, const Sender& sender,
-                         const std::string& proc_root = "/proc");
+                         const std::string& proc_root = "/proc", bool no_arguments = false);
 
 // Adds "cgroup" and "command_line" (an array) to `object`; null for what is not known.
 void add_view(const ProcessView& view, Json* object);

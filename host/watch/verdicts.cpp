@@ -23,6 +23,7 @@
 #include "host/feed/feed_server.h"
 #include "host/verdict/sentence.h"
 #include "host/watch/alerts.h"
+#include "host/watch/explaining.h"
 #include "host/watch/judging.h"
 #include "host/watch/watch_log.h"
 
@@ -182,6 +183,7 @@ bool start_verdicts(const VerdictOptions& options, const std::string& proc_root)
   judging.record = options.record.empty() ? nullptr : &verdicts->record;
   judging.state = state_path(options, proc_root);
   judging.standing = [](const std::vector<ToldVerdict>& all) { verdicts->stand(all); };
+  judging.explain = verdict_explainer();
   judging.tell = [](const ToldVerdict& verdict) { verdicts->tell(verdict); };
   judging.after_pass = [](const Judging::Pass& pass) { verdicts->after_pass(pass); };
   verdicts->judging = std::make_unique<Judging>(judging);

@@ -16,6 +16,7 @@
 #include "host/common/output.h"
 #include "host/common/record_server.h"
 #include "host/common/until_signal.h"
+#include "host/watch/explaining.h"
 #include "host/watch/verdicts.h"
 #include "host/watch/watch_log.h"
 #include "taskwarden/taskwarden.h"
@@ -51,6 +52,10 @@ with the fields TASKWARDEN_PID, _STATE, _RESOURCE and so on.
 Processes choose their names, which can hold any bytes. On a terminal, unprintable bytes are written
 as \xNN. Elsewhere only line feeds and carriage returns are, so that no name can begin a line.
 
+Below the explanation of an event, and below a verdict, stands who the process is, and what it holds
+by names that people on Linux know; from the second time on what grew since the first. If there is
+no time for that it is left out, and the end says how often.
+
 An explanation shows at most 200 rows, and says how many more there are.
 
 With --log-format json each line of both outputs is one object with "time" (UTC) and these fields:
@@ -60,10 +65,13 @@ With --log-format json each line of both outputs is one object with "time" (UTC)
                           figures instead; rankings have neither
   explanation             what grew, by name ("created", "opened", "divisions"), from the second
                           event of a kind on; or the "ranking"
+  who, holds, grew,       who the process is, what it holds or what grew since an earlier look,
+  grew_since              and when that was
   text                    any other line of the log
   verdict                 time, pid, start, name, unit (of systemd), resource (memory, threads,
                           open_files), state, from, now, since, rate_per_hour, limit,
-                          seconds_to_limit, evidence; kB or counts, what is unknown is null
+                          seconds_to_limit, evidence; kB or counts, what is unknown is null;
+                          who, holds, grew, grew_since as above
   record                  a received record, with the fields of "listen --json"
   tag, failure            a failure, "E/tag: failure" in the text
   message                 a message of this program, "taskwarden: message" in the text
@@ -90,6 +98,7 @@ struct Options {
   bool no_service = false;   // leave the record socket alone
   bool every_visit = false;  // read also what has not run
   LogStyle log{};
+  ExplainOptions explain{};
   VerdictOptions verdicts{};
 };
 
@@ -122,6 +131,7 @@ const RecordServer* answer_records() {
 // Runs the cycle and, should it return, says why. Returns the exit status.
 int run_cycle(const std::string& proc_root) {
   const int32_t result = taskwarden_start();
+  end_explaining();
   taskwarden_progress progress = {};
   progress.size = sizeof(progress);
   taskwarden_get_progress(&progress);
@@ -152,7 +162,7 @@ void obey_signals(const RecordServer* server) {
   }).detach();
 }
 
-int run(const Options& options) {
+int run(Options options) {
   block_signals({SIGQUIT, SIGUSR1, SIGUSR2});
   if (!options.interest.empty()) {
     ::setenv("TW_STATS_INTEREST", options.interest.c_str(), 1);
@@ -161,6 +171,8 @@ int run(const Options& options) {
   taskwarden_limit_receivers(nullptr, 0);
   taskwarden_visit_only_what_ran(options.every_visit ? 0 : 1);
   queue_output();
+  options.explain.proc_root = options.proc_root;
+  options.log.explainer = start_explaining(options.explain);
   start_log(options.log);
   const RecordServer* const server = options.no_service ? nullptr : answer_records();
   if (!start_verdicts(options.verdicts, options.proc_root)) {
@@ -168,6 +180,8 @@ int run(const Options& options) {
   }
   obey_signals(server);
   const int status = run_until_signal([root = options.proc_root] { return run_cycle(root); });
+  end_explaining();
+  say_unexplained();
   say_losses(server);
   end_verdicts();
   return status;
@@ -201,6 +215,9 @@ void add_watch_command(CLI::App& app, std::function<int()>* chosen) {
       ->transform(must_stand_for<Show>(
           {{"all", Show::kAll}, {"events", Show::kEvents}, {"verdicts", Show::kVerdicts}}));
   add_verdict_options(command, &options->verdicts);
+  command.add_flag("--no-explanations", options->explain.off,
+                   "Do not say who a process is and what grew by name");
+  add_no_arguments(command, &options->explain.no_arguments);
   command.add_flag("--timestamps", options->log.timestamps,
                    "Add a line with the time to each block of text");
   command

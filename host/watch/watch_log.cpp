@@ -6,8 +6,11 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "host/common/escape.h"
 #include "host/common/iso_time.h"
@@ -19,6 +22,7 @@
 #include "host/verdict/sentence.h"
 #include "host/verdict/verdict_object.h"
 #include "host/watch/event_object.h"
+#include "host/watch/explaining.h"
 #include "taskwarden/observers.h"
 #include "taskwarden/taskwarden.h"
 
@@ -28,6 +32,9 @@ namespace {
 using std::chrono::system_clock;
 
 constexpr std::string_view kRule = "-------------------------------------------------------\n";
+
+// About what an event that waits to be written holds.
+constexpr size_t kEventCost = 4096;
 
 std::atomic<uint64_t> undelivered{0};
 
@@ -44,7 +51,7 @@ class TextLog {
   explicit TextLog(const LogStyle& style)
       : timestamps_(style.timestamps), color_(is_coloured(style.color)) {}
 
-  void report(std::string_view text) {
+  void report(std::string_view text, system_clock::time_point time) {
     // Rows begin with a tab, and nothing else does.
     if (text.starts_with('\t')) {
       if (++rows_ > kMostRows) {
@@ -63,7 +70,7 @@ class TextLog {
       print(Stream::kOut, text, place);
     }
     if (timestamps_ && text == kRule) {
-      print(Stream::kOut, "at " + now_text() + "\n", Place::kContinues);
+      print(Stream::kOut, "at " + iso_time(time) + "\n", Place::kContinues);
     }
   }
 
@@ -85,8 +92,8 @@ class TextLog {
     return text;
   }
 
-  void failure(const char* tag, std::string_view text) {
-    const std::string line = "E/" + tag_text(tag) + ": " + std::string(text);
+  void failure(const std::string& tag, std::string_view text) {
+    const std::string line = "E/" + tag + ": " + std::string(text);
     print(Stream::kErr, text.ends_with('\n') ? line : line + "\n", Place::kBegins);
   }
 
@@ -125,19 +132,19 @@ class TextLog {
 
 // Events come by the observer; here is all else. Blank lines and rules are not told.
 struct JsonLog {
-  static void report(std::string_view text) {
+  static void report(std::string_view text, system_clock::time_point time) {
     if (text == "\n" || text == kRule) {
       return;
     }
     text.remove_suffix(text.ends_with('\n') ? 1 : 0);
-    write_line(Stream::kOut, json_line({{"time", now_text()}, {"text", std::string(text)}}));
+    write_line(Stream::kOut, json_line({{"time", iso_time(time)}, {"text", std::string(text)}}));
   }
 
-  static void failure(const char* tag, std::string_view text) {
+  static void failure(const std::string& tag, std::string_view text,
+                      system_clock::time_point time) {
     text.remove_suffix(text.ends_with('\n') ? 1 : 0);
-    write_line(
-        Stream::kErr,
-        json_line({{"time", now_text()}, {"tag", tag_text(tag)}, {"failure", std::string(text)}}));
+    write_line(Stream::kErr,
+               json_line({{"time", iso_time(time)}, {"tag", tag}, {"failure", std::string(text)}}));
   }
 };
 
@@ -147,36 +154,72 @@ bool to_journal = false;
 // Null: objects. Never destroyed: the library's thread runs until the process ends.
 TextLog* text_log = nullptr;
 
+// Null: what is logged is written at once. Else its thread writes.
+Explainer* explainer = nullptr;
+
+void write_in_turn(size_t bytes, std::function<void()> write) {
+  if (explainer == nullptr) {
+    write();
+  } else {
+    explainer->put(bytes, [write = std::move(write)](const Explanation*) { write(); });
+  }
+}
+
 // The library asks that nothing be thrown here: out of memory for a log line ends the program.
 void take(void* /*context*/, int output, const char* tag, const char* text,
           size_t length) noexcept {
-  const std::string_view view(text, length);
   const bool report = output == TASKWARDEN_OUTPUT_REPORT;
+  write_in_turn(length, [report, tag = tag_text(tag), text = std::string(text, length),
+                         time = system_clock::now()] {
+    if (text_log == nullptr) {
+      report ? JsonLog::report(text, time) : JsonLog::failure(tag, text, time);
+    } else {
+      report ? text_log->report(text, time) : text_log->failure(tag, text);
+    }
+  });
+}
+
+// Writes what is left to write of an event.
+void write_event(Json object, const Explanation* explanation) {
   if (text_log == nullptr) {
-    report ? JsonLog::report(view) : JsonLog::failure(tag, view);
-  } else {
-    report ? text_log->report(view) : text_log->failure(tag, view);
+    if (explanation != nullptr) {
+      explanation->add_to(&object);
+    }
+    write_line(Stream::kOut, json_line(object));
+    return;
+  }
+  text_log->tell_more_rows();
+  for (const std::string& line :
+       explanation != nullptr ? explanation->lines() : std::vector<std::string>()) {
+    text_log->report(line + "\n", system_clock::now());
   }
 }
 
 void take_event(void* /*context*/, const taskwarden_event* event) noexcept {
   undelivered += event->record == TASKWARDEN_RECORD_LOST ? 1 : 0;
-  if (shown == Show::kVerdicts) {
+  Json object;
+  if (text_log == nullptr && shown != Show::kVerdicts) {
+    object = event_object(*event);
+  }
+  if (shown == Show::kVerdicts || (text_log == nullptr && object.is_null())) {
     return;
   }
-  if (text_log != nullptr) {
-    text_log->tell_more_rows();
+  std::optional<Question> question = explainer != nullptr ? question_about(*event) : std::nullopt;
+  if (!question) {
+    write_in_turn(kEventCost, [object = std::move(object)] { write_event(object, nullptr); });
     return;
   }
-  if (const Json object = event_object(*event); !object.is_null()) {
-    write_line(Stream::kOut, json_line(object));
-  }
+  explainer->ask(*std::move(question), kEventCost,
+                 [object = std::move(object)](const Explanation* explanation) {
+                   write_event(object, explanation);
+                 });
 }
 
 }  // namespace
 
 void start_log(const LogStyle& style) {
   shown = style.show;
+  explainer = style.explainer;
   to_journal = is_journal(STDOUT_FILENO) || is_journal(STDERR_FILENO);
   if (style.json) {
     set_message_format([](const std::string& message) {
@@ -195,8 +238,10 @@ void log_verdict(const ToldVerdict& verdict) {
   if (shown == Show::kEvents || (to_journal && send_to_journal(journal_fields(verdict)))) {
     return;
   }
-  write_line(Stream::kOut, text_log != nullptr ? text_log->verdict(verdict)
-                                               : json_line({{"verdict", verdict_object(verdict)}}));
+  std::string line = text_log != nullptr ? text_log->verdict(verdict)
+                                         : json_line({{"verdict", verdict_object(verdict)}});
+  const size_t bytes = line.size();
+  write_in_turn(bytes, [line = std::move(line)] { write_line(Stream::kOut, line); });
 }
 
 bool log_record(const Record& record, std::string_view text, const Sender& sender) {

@@ -7,6 +7,7 @@
 
 #include "host/common/record.h"
 #include "host/verdict/told_verdict.h"
+#include "host/watch/explainer.h"
 
 namespace host {
 
@@ -19,6 +20,9 @@ struct LogStyle {
   bool timestamps = false;  // a line with the time in each block; objects have it anyway
   Color color = Color::kAuto;
   Show show = Show::kAll;  // records belong to the events
+  // Explains events, and writes all that is logged, which it may delay for moments; null for
+  // neither.
+  Explainer* explainer = nullptr;
 };
 
 // Has the library's outputs, and the program's own lines, written in this style from now on, and
