@@ -1,5 +1,6 @@
 // Visits that read only what ran: which they are, what they still do, and that their results are
 // those of full ones. On real processes and their CPU clocks.
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <signal.h>
@@ -69,6 +70,7 @@ TEST_F(KeptVisits, ReadWhatMayHaveChanged) {
   Child child("a");
   const pid_t pid = child.pid();
   watch(pid);
+  uint32_t unreadable = 0;
   const struct {
     const char* what;
     std::function<void()> prepare;
@@ -82,6 +84,13 @@ TEST_F(KeptVisits, ReadWhatMayHaveChanged) {
          }
        },
        "rk"},
+      {"what is unknown stays so",
+       [&] {
+         note(pid).known = 0;
+         unreadable = tw_unreadable_count(w.list);
+       },
+       "k"},
+      {"the same", [&] { EXPECT_GT(tw_unreadable_count(w.list), unreadable); }, "k"},
       {"was running", [&] { entry(pid).desc.state = 'R'; }, "rk"},
       {"was waiting for a disk", [&] { entry(pid).desc.state = 'D'; }, "rk"},
       {"was stopped", [&] { entry(pid).desc.state = 'T'; }, "k"},
@@ -94,6 +103,7 @@ TEST_F(KeptVisits, ReadWhatMayHaveChanged) {
       {"its parent left", [&] { tw_note_gone(static_cast<uint32_t>(getpid())); }, "rrk"},
       {"has another name",
        [&] {
+         note(pid).reading.shares = true;
          child.command("exec b");
          while (!is_asleep(pid)) {
          }
@@ -111,12 +121,27 @@ TEST_F(KeptVisits, ReadWhatMayHaveChanged) {
     EXPECT_EQ(visits, row.visits);
     EXPECT_EQ(entry(pid).inspected_time, w.clock.us / 1000000);
   }
+
+  // What it does while it is read counts as new.
+  entry(pid).desc.state = 'R';
+  entry(pid).baseline.threads = 0;
+  w.on_event = [&](AuditEvent*) {
+    child.command("files 1");
+    w.on_event = [](AuditEvent*) {};
+  };
+  w.pass();
+  note(pid).reading.event_visits = 0;
+  entry(pid).desc.state = 'S';
+  while (!is_asleep(pid)) {
+  }
+  EXPECT_TRUE(reads(pid));
 }
 
 TEST_F(KeptVisits, EachIsReadOnceInARow) {
   Child a("a"), b("b");
   watch(a.pid()), watch(b.pid());
   const uint32_t visits = note(a.pid()).files.visits;
+  note(a.pid()).reading.visits = note(b.pid()).reading.visits = 0;
   std::string reading[2];
   for (int i = 0; i < 3 * TW_READING_RHYTHM; ++i) {
     entry(b.pid()).desc.vm_hwm_kb = 1;
@@ -194,15 +219,21 @@ TEST_F(KeptVisits, WhoSharesIsRead) {
   while (is_asleep(pid) && entry(pid).desc.state != 'Z') w.pass();
 }
 
-TEST_F(KeptVisits, KernelTasksGoByTheirClock) {
+TEST_F(KeptVisits, KindsAreCountedAndKernelTasksGoByTheirClock) {
   for (int i = 0; i < 3; ++i) w.pass(3000);
   for (const uint32_t pid : linked_pids(w.list)) {
     if (w[pid].desc.ppid == 2) w[pid].desc.threads = 77;
   }
   w.pass();
-  uint32_t kept = 0;
-  for (const uint32_t pid : linked_pids(w.list)) kept += w[pid].desc.threads == 77 ? 1 : 0;
-  EXPECT_GE(kept, w.list->kthread_count / 2);  // else a container has none
+  uint32_t kept = 0, tasks = 0, natives = 0;
+  for (const uint32_t pid : linked_pids(w.list)) {
+    kept += w[pid].desc.threads == 77 ? 1 : 0;
+    tasks += w[pid].desc.ppid == 2 ? 1 : 0;
+    natives += w[pid].desc.ppid == 1 ? 1 : 0;
+  }
+  EXPECT_GE(kept, tasks / 2);  // a container has none
+  EXPECT_EQ(w.list->kthread_count, tasks);
+  EXPECT_EQ(w.list->native_count, natives);
 }
 
 // Runs `test` as the first process of a pid namespace, with the old /proc, where that is allowed.
@@ -248,6 +279,7 @@ TEST_F(KeptVisits, OnlyWhereThePidsAreOurs) {
       "E stats|>> every process is read at each visit, \"/\" has other pids!!\n";
   EXPECT_FALSE(settled("/"));
   EXPECT_EQ(w.told(), said);
+  w.tree.write("self/status", "Name:\ta\nNSpid:\t" + std::to_string(getpid()) + "\n");
   EXPECT_FALSE(settled(w.tree.root().c_str()));
   EXPECT_EQ(w.told(), "");
   taskwarden_set_proc_root("/proc");
@@ -266,6 +298,8 @@ TEST_F(KeptVisits, PidsAreListedWhenSomeWereMade) {
     };
     tw_forget_new_pids();
     asks(true), asks(false);
+    tw_settle_kept_visits();
+    asks(true), asks(false);
     const Child made("c");
     asks(true), asks(false);
     gone.end();  // one that was at work may have taken its place
@@ -283,6 +317,41 @@ TEST_F(KeptVisits, PidsAreListedWhenSomeWereMade) {
     EXPECT_EQ(scans, TW_LISTING_RHYTHM);
   });
   if (!allowed) GTEST_SKIP() << "no pid namespace of one's own is allowed";
+}
+
+// Another user's open files are not for us to see, and that does not change while it sleeps. What
+// hides wholly has gone, once that is noticed.
+TEST_F(KeptVisits, WhatMayNotBeSeenIsKeptUntilItRuns) {
+  const bool allowed = in_own_pids([&] {
+    constexpr uid_t kNobody = 65534;
+    ASSERT_TRUE(mount_own_proc());
+    tw_settle_kept_visits();
+    const Child child("a");
+    const pid_t pid = child.pid();
+    watch(pid);
+    // Of no group of root's, which sees all.
+    ASSERT_TRUE(setgroups(0, nullptr) == 0 && setresgid(kNobody, kNobody, kNobody) == 0 &&
+                seteuid(kNobody) == 0);
+    entry(pid).desc.state = 'R';
+    EXPECT_TRUE(reads(pid));
+    EXPECT_FALSE(reads(pid));
+    ASSERT_EQ(seteuid(0), 0);
+    ASSERT_EQ(mount("proc", "/proc", "proc", MS_REMOUNT, "hidepid=2"), 0);
+    ASSERT_EQ(setresuid(kNobody, kNobody, kNobody), 0);
+    EXPECT_FALSE(reads(pid));
+    entry(pid).desc.state = 'R';
+    w.pass(), w.pass();
+    EXPECT_EQ(w.row(static_cast<uint32_t>(pid)), "free");
+    _exit(HasFailure());  // which ends the child, whom we may not kill any more
+  });
+  if (!allowed) GTEST_SKIP() << "no pid namespace of one's own is allowed";
+}
+
+// A pass may take less time than the clock can tell.
+TEST_F(KeptVisits, EveryPassIsFollowedByARest) {
+  w.clock.on_rest = [&] { taskwarden_set_proc_root((w.tree.root() / "none").c_str()); };
+  EXPECT_EQ(taskwarden_start(), TASKWARDEN_CANNOT_READ);
+  EXPECT_EQ(w.clock.rests_ms, std::vector<int64_t>{1999});
 }
 
 TEST(BothVisits, FindTheSame) {

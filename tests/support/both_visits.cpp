@@ -100,8 +100,8 @@ void empty(tw_process_list* list) {
   }
 }
 
-// Orders are lines of pids. Each is answered by what the pass told, then
-// "pid|parent|numbers|levels" for each process left, all ended by a NUL.
+// Orders are lines of pids. Each is answered by what the pass told; then the count of native
+// processes, and "pid|parent|numbers|levels" for each process left; and a NUL.
 [[noreturn]] void watch(int orders, int answers, bool only_what_ran) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   FakeClock clock;
@@ -121,8 +121,8 @@ void empty(tw_process_list* list) {
     tw_process_list_refresh(list);
     unlink_others(list, pids);
     for (auto* at = list->head; at != nullptr;) tw_process_list_iterate(list, at, INT_MAX, &at);
-    std::string said = output.report() + output.log() + "processes " +
-                       std::to_string(list->native_count) + "\n" + '\1';
+    std::string said =
+        output.report() + output.log() + '\1' + std::to_string(list->native_count) + "\n";
     for (const auto* entry = list->head; entry != nullptr; entry = entry->next) {
       said += std::to_string(entry->pid) + "|" + std::to_string(entry->desc.ppid) + "|" +
               numbers_of(entry->desc) + "|" +
@@ -144,17 +144,20 @@ std::string difference(const Account& full, const Account& kept, const Account& 
   std::string text;
   if (full.told != kept.told) text = full.told + "\n--- kept:\n" + kept.told;
   if (full.numbers.size() != kept.numbers.size()) text += "not as many processes\n";
+  int late = 0;
   for (const auto& [pid, parent] : kept.parents) {
     if (!full.numbers.contains(pid)) continue;
     const bool left = full_before.numbers.contains(parent) && !full.numbers.contains(parent);
     const auto row = [pid = pid](const Account& account) {
       return account.numbers.at(pid) + "|" + account.levels.at(pid) + "\n";
     };
+    late += parent != full.parents.at(pid) ? 1 : 0;
     if (row(full) != row(kept) || (parent != full.parents.at(pid) && !left)) {
       text += std::to_string(full.parents.at(pid)) + " " + row(full) + "kept " +
               std::to_string(parent) + " " + row(kept);
     }
   }
+  if (abs(full.natives - kept.natives) > late) text += "not as many native ones\n";
   return text;
 }
 
@@ -203,6 +206,7 @@ Account WatchProcess::pass(const std::vector<pid_t>& pids, RecordListener& recor
   account.told = said.substr(0, said.find('\1'));
   for (std::string record; (record = records.next(0)) != "(nothing)";) account.told += "@" + record;
   std::istringstream rows(said.substr(said.find('\1') + 1));
+  rows >> account.natives >> std::ws;
   for (std::string pid, parent, numbers, levels;
        std::getline(rows, pid, '|') && std::getline(rows, parent, '|') &&
        std::getline(rows, numbers, '|') && std::getline(rows, levels);) {
@@ -330,6 +334,8 @@ void BothVisits::run_free_until(std::chrono::steady_clock::time_point end) {
       const auto is_running = [](const std::string& row) { return row.find(" R ") != row.npos; };
       if (still[pid] < 2 || is_running(numbers) || is_running(other->second)) {
         counts_[still[pid] == 0 ? "ran meanwhile" : "a visit late"] += 1;
+      } else if (numbers.find(" Z ") != numbers.npos && other->second.find(" Z ") != numbers.npos) {
+        counts_["ended, and had last been read at different times"] += 1;
       } else if (std::any_of(pids.begin(), pids.end(), shares_with_busy)) {
         counts_["shares with one that ran"] += 1;
       } else {

@@ -20,6 +20,7 @@
 // What a watch found in a pass.
 struct Account {
   std::string told;  // reports, failures and records
+  int natives = 0;   // children of the first process
   std::map<pid_t, std::string> numbers, levels;
   std::map<pid_t, pid_t> parents;
 };
