@@ -332,6 +332,18 @@ TEST(Hardening, ASparedProcessGoesByItsShortName) {
     EXPECT_EQ(taskwarden_spare(300, start, spared), 0);
     EXPECT_EQ(name(), wanted);
   }
+  const uint32_t user = geteuid();
+  const std::tuple<uint32_t, int, const char*> users[] = {
+      {user + 1, 1, "long#300"},  {user, 1, "short#300"},
+      {user, 0, "long#300"},      {TASKWARDEN_EVERYBODY, 1, "short#300"},
+      {user + 1, 0, "short#300"}, {TASKWARDEN_EVERYBODY, 0, "long#300"}};
+  for (const auto& [uid, spared, wanted] : users) {
+    EXPECT_EQ(taskwarden_spare_user(uid, spared), 0);
+    EXPECT_EQ(name(), wanted) << uid;
+  }
+  for (uint32_t i = 0; i < 16; ++i) EXPECT_EQ(taskwarden_spare_user(i, 1), 0);
+  EXPECT_EQ(taskwarden_spare_user(16, 1), -1);
+  for (uint32_t i = 0; i < 16; ++i) EXPECT_EQ(taskwarden_spare_user(i, 0), 0);
   for (uint32_t i = 0; i < 64; ++i) EXPECT_EQ(taskwarden_spare(i, 1, 1), 0);
   EXPECT_EQ(taskwarden_spare(64, 1, 1), -1);
   for (uint32_t i = 0; i < 64; ++i) EXPECT_EQ(taskwarden_spare(i, 1, 0), 0);

@@ -56,15 +56,28 @@ TEST(Readers, FillAnyTable) {
   tw_process_list list = {};
   list.entries = slots;
   tree.write("35000/status", "");
-  for (const int fds : {3, 4, 5}) {
-    tree.put({.pid = 400, .fds = fds});
+  const auto visit = [&] {
     clock.advance_ms(3000);
     EXPECT_EQ(tw_process_list_refresh(&list), 0);
     tw_process_entry* cursor = nullptr;
     tw_process_list_iterate(&list, list.head, 60, &cursor);
+    taskwarden_progress progress = {};
+    progress.size = sizeof(progress);
+    taskwarden_get_progress(&progress);
+    return progress.baselines;
+  };
+  const uint32_t before = visit();
+  for (const int fds : {3, 4, 5}) {
+    tree.put({.pid = 400, .fds = fds});
+    EXPECT_EQ(visit(), before + 1);
     EXPECT_TRUE(list.count == 1 && list.head == &slots[400] && slots[400].desc.open_files == fds);
   }
   EXPECT_TRUE(slots[400].baseline_taken);
+  tree.put({.pid = 400, .name = "renamed"});
+  EXPECT_EQ(visit(), before);
+  EXPECT_EQ(visit(), before + 1);
+  tree.remove(400);
+  EXPECT_EQ(visit(), before);
   taskwarden_set_output(nullptr, nullptr);
 }
 

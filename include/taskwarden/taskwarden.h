@@ -107,6 +107,16 @@ TW_EXPORT void taskwarden_limit_inventories(size_t bytes);
 // Thread: any, at any time.
 TW_EXPORT int taskwarden_spare(uint32_t pid, uint64_t start_time, int is_spared);
 
+// The same for all processes whose effective user is `uid`, or for all there are: a user can make
+// any number of processes that let their readers wait. While users are spared, each visit looks up
+// whose the process is.
+//
+// Result: 0, or -1 with errno ENOSPC when 16 users are spared already; everybody counts as one.
+// Thread: any, at any time.
+TW_EXPORT int taskwarden_spare_user(uint32_t uid, int is_spared);
+
+#define TASKWARDEN_EVERYBODY UINT32_MAX  // no user has this id
+
 // Has a visit read only what may have changed, while `only_what_ran` is 1; 0, the default, has it
 // read every process. A process whose threads have not run since its numbers were last read, by its
 // CPU clock (clock_getcpuclockid(3)), keeps them; all else of its visit happens. Read all the same is
@@ -152,6 +162,7 @@ typedef struct taskwarden_progress {
   int32_t reads;               // TASKWARDEN_READS_: what is being read right now,
   uint32_t reads_pid;          // of which process; 0 for none
   int64_t reads_since_ms;      // and since when, in ms of CLOCK_MONOTONIC; exact to some ms
+  uint32_t baselines;          // processes that have one, so that events can be raised for them
 } taskwarden_progress;
 
 // Tells how far the cycle has come and what it is reading. A cycle that waits in the kernel for a

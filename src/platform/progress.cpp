@@ -2,12 +2,14 @@
 
 #include <errno.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <time.h>
 
 #include <algorithm>
 #include <atomic>
 
 #include "platform/locks.h"
+#include "platform/proc_root.h"
 
 namespace {
 
@@ -17,6 +19,7 @@ std::atomic<int64_t> reading_since_ms{0};
 std::atomic<uint64_t> steps{0};
 std::atomic<uint32_t> passes_done{0};
 std::atomic<uint32_t> slots_there{0};
+std::atomic<uint32_t> baselines_there{0};
 std::atomic<bool> running{false};
 std::atomic<bool> paused{false};
 std::atomic<bool> slots_refused{false};
@@ -28,10 +31,49 @@ struct Spared {
   bool operator==(const Spared&) const = default;
 };
 
-// Under Lock::kSparedProcesses, but for the count, which may be looked at without.
-constexpr size_t kMostSpared = 64;
-Spared spared[kMostSpared];
-std::atomic<size_t> spared_count{0};
+// What is spared. Under Lock::kSparedProcesses, but for its being empty, which may be looked at
+// without.
+template <typename Item, size_t kMost>
+class SparedSet {
+ public:
+  bool is_empty() const { return count_.load(std::memory_order_relaxed) == 0; }
+  template <typename Test>
+  bool has(Test test) const {
+    return std::any_of(items_, items_ + count_, test);
+  }
+  // As of taskwarden_spare().
+  int set(const Item& item, bool is_spared) {
+    Item* const end = items_ + count_;
+    Item* const found = std::find(items_, end, item);
+    if (!is_spared) {
+      std::copy(std::min(found + 1, end), end, found);
+      count_ -= found != end ? 1 : 0;
+    } else if (found == end) {
+      if (count_ == kMost) {
+        errno = ENOSPC;
+        return -1;
+      }
+      *found = item;
+      ++count_;
+    }
+    return 0;
+  }
+
+ private:
+  Item items_[kMost];
+  std::atomic<size_t> count_{0};
+};
+
+SparedSet<Spared, 64> spared;
+SparedSet<uint32_t, 16> spared_users;
+
+// The directory of a process belongs to its effective user, whatever its files do (proc(5)).
+bool is_of_spared_user(unsigned pid) {
+  struct stat status;
+  return spared_users.has([](uint32_t uid) { return uid == TASKWARDEN_EVERYBODY; }) ||
+         (::stat(ProcPath(pid, "").c_str(), &status) == 0 &&
+          spared_users.has([&status](uint32_t uid) { return uid == status.st_uid; }));
+}
 
 // Coarse: it costs a few nanoseconds, and is a few milliseconds late.
 int64_t monotonic_ms() {
@@ -78,33 +120,28 @@ void tw_note_slots(uint32_t slots, bool were_refused) {
   slots_refused = were_refused;
 }
 
+void tw_note_baselines(int32_t more) {
+  baselines_there += static_cast<uint32_t>(more);
+}
+
 bool tw_is_spared(unsigned pid, uint64_t (*start_time)(unsigned pid)) {
-  if (spared_count.load(std::memory_order_relaxed) == 0) {
+  if (spared.is_empty() && spared_users.is_empty()) {
     return false;
   }
   const LockGuard lock(Lock::kSparedProcesses);
-  return std::any_of(spared, spared + spared_count, [&](const Spared& process) {
+  return spared.has([&](const Spared& process) {
     return process.pid == pid && process.start_time == start_time(pid);
-  });
+  }) || (!spared_users.is_empty() && is_of_spared_user(pid));
 }
 
 int taskwarden_spare(uint32_t pid, uint64_t start_time, int is_spared) {
   const LockGuard lock(Lock::kSparedProcesses);
-  const Spared process = {pid, start_time};
-  auto* const end = spared + spared_count;
-  auto* const found = std::find(spared, end, process);
-  if (is_spared == 0) {
-    std::copy(std::min(found + 1, end), end, found);
-    spared_count -= found != end ? 1 : 0;
-  } else if (found == end) {
-    if (spared_count == kMostSpared) {
-      errno = ENOSPC;
-      return -1;
-    }
-    *found = process;
-    ++spared_count;
-  }
-  return 0;
+  return spared.set({pid, start_time}, is_spared != 0);
+}
+
+int taskwarden_spare_user(uint32_t uid, int is_spared) {
+  const LockGuard lock(Lock::kSparedProcesses);
+  return spared_users.set(uid, is_spared != 0);
 }
 
 void taskwarden_get_progress(taskwarden_progress* progress) {
@@ -123,6 +160,7 @@ void taskwarden_get_progress(taskwarden_progress* progress) {
   now.passes = passes_done;
   now.slots = slots_there;
   now.slots_were_refused = slots_refused ? 1 : 0;
+  now.baselines = baselines_there;
   now.reads = static_cast<int32_t>(what >> 32);
   now.reads_pid = static_cast<uint32_t>(what);
   memcpy(progress, &now, now.size);

@@ -27,9 +27,12 @@ void tw_note_running(bool is_running);
 void tw_note_paused(bool is_paused);
 void tw_note_passes(uint32_t passes);
 void tw_note_slots(uint32_t slots, bool were_refused);
+// So many more processes, or less, have a baseline.
+void tw_note_baselines(int32_t more);
 
 // Whether the memory of `pid` is to be left alone; `start_time` is asked for its start, and only if
-// there are spared processes of this pid. Any thread.
+// there are spared processes of this pid, as is the file system for its user, if there are spared
+// users. Any thread.
 bool tw_is_spared(unsigned pid, uint64_t (*start_time)(unsigned pid));
 
 #endif  // PLATFORM_PROGRESS_H_

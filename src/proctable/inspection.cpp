@@ -41,6 +41,7 @@ void retire(tw_process_list* list, tw_process_entry* entry) {
   unlink_entry(list, entry);
   tw_event_poll_proc2exit(entry, Event_ProcExited);
   const uint32_t pid = entry->pid;
+  tw_note_baselines(entry->baseline_taken ? -1 : 0);
   if (tw_process_note* const note = tw_process_note_of(list, pid)) {
     *note = {};
   }
@@ -67,6 +68,7 @@ void begin_identity(tw_process_entry* entry, tw_process_entry* previous, tw_proc
     tw_release_entry_blocks(previous);
   }
   entry->identity_time = now;
+  tw_note_baselines(entry->baseline_taken ? -1 : 0);
   entry->baseline_taken = false;
   entry->interested = is_interest(entry->desc.name);
   entry->divisions_block = nullptr;
@@ -84,6 +86,7 @@ void poll_if_watched(tw_process_list* list, tw_process_entry* entry, tw_process_
     }
     entry->baseline = entry->desc;
     entry->baseline_taken = true;
+    tw_note_baselines(1);
   }
   if (tw_poll_process_entry(list, entry)) {
     tw_note_event(note);
