@@ -1,7 +1,8 @@
 // storm NAME [quick]: has the cycle run through one storm, and prints a row of a Markdown table;
 // storm heading: the table's heading; storm names: the storms there are; storm equal [quick]: has
-// the two kinds of visit look at one population, and says what happened. The exit status is 0 if
-// the table was exact after each of its steps, and descriptors and heap were in the end as before.
+// the two kinds of visit look at one population, and says what happened; storm fuse prints a table
+// of its own. The exit status is 0 if the table was exact after each of its steps, and descriptors
+// and heap were in the end as before.
 #include <malloc.h>
 #include <signal.h>
 #include <stdio.h>
@@ -20,6 +21,7 @@
 #include <utility>
 
 #include "cycle.h"
+#include "hold.h"
 #include "maker.h"
 #include "storms.h"
 #include "support/both_visits.h"
@@ -29,6 +31,7 @@
 namespace {
 
 constexpr const char* kBothVisits = "equal";  // no storm, but a run as long
+constexpr const char* kStormOfReaders = "fuse";
 
 constexpr size_t kHeapMargin = 16384;  // a longer name in a ranking, say
 struct Holdings {
@@ -118,12 +121,12 @@ int main(int argc, char** argv) {
     print_heading();
     return 0;
   }
-  if (name != kBothVisits &&
+  if (name != kBothVisits && name != kStormOfReaders &&
       std::find(std::begin(kStormNames), std::end(kStormNames), name) == std::end(kStormNames)) {
     for (const std::string_view known : kStormNames) {
       printf("%s\n", std::string(known).c_str());
     }
-    printf("%s\n", kBothVisits);
+    printf("%s\n%s\n", kBothVisits, kStormOfReaders);
     return name == "names" ? 0 : 2;
   }
   // Else they are lost on the first process of a pid namespace, which this is to be.
@@ -135,8 +138,13 @@ int main(int argc, char** argv) {
   try {
     // All arguments lie in one piece (execve(2)).
     char* const end = argv[argc - 1] + strlen(argv[argc - 1]);
-    status = name == kBothVisits ? compare_visits(quick)
-                                 : run(name.c_str(), quick, std::span(argv[0], end));
+    if (name == kStormOfReaders) {
+      run_hold();
+      status = 0;
+    } else {
+      status = name == kBothVisits ? compare_visits(quick)
+                                   : run(name.c_str(), quick, std::span(argv[0], end));
+    }
   } catch (const std::exception& error) {
     fprintf(stderr, "%s: %s\n", name.c_str(), error.what());
   }

@@ -1,6 +1,7 @@
 #include "host/common/record_server.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <stddef.h>
 #include <string.h>
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
 namespace host {
@@ -32,24 +34,44 @@ Sender sender_of(const unique_fd& connection) {
   return {peer.pid, peer.uid};
 }
 
+// An abstract name is every byte after a leading NUL, with no terminator (unix(7)).
+socklen_t abstract_address(std::string_view name, sockaddr_un* address) {
+  *address = {};
+  address->sun_family = AF_UNIX;
+  std::copy(name.begin(), name.end(), address->sun_path + 1);
+  return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+}
+
 }  // namespace
 
 unique_fd listen_on(std::string_view name) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
   if (name.size() > kSocketNameMax) {
     errno = ENAMETOOLONG;
     return {};
   }
-  // An abstract name is every byte after a leading NUL, with no terminator (unix(7)).
-  std::copy(name.begin(), name.end(), address.sun_path + 1);
-  const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  sockaddr_un address;
+  const socklen_t size = abstract_address(name, &address);
   unique_fd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!fd.ok() || ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
       ::listen(fd.get(), kBacklog) != 0) {
     return {};
   }
   return fd;
+}
+
+unique_fd adopt_listener(int number, std::string_view name) {
+  int listens = 0;
+  socklen_t int_size = sizeof(listens);
+  sockaddr_un wanted;
+  sockaddr_un address = {};
+  const socklen_t wanted_size = abstract_address(name, &wanted);
+  socklen_t size = sizeof(address);
+  const bool is_one =
+      ::getsockopt(number, SOL_SOCKET, SO_ACCEPTCONN, &listens, &int_size) == 0 && listens == 1 &&
+      ::getsockname(number, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+      size == wanted_size && ::memcmp(&address, &wanted, size) == 0 &&
+      ::fcntl(number, F_SETFL, O_NONBLOCK) == 0 && ::fcntl(number, F_SETFD, FD_CLOEXEC) == 0;
+  return is_one ? unique_fd(number) : listen_on(name);
 }
 
 Senders Senders::trusted() {
@@ -76,7 +98,7 @@ bool RecordServer::run() {
     for (const Connection& connection : connections_) {
       polled.push_back({connection.fd.get(), POLLIN, 0});
     }
-    const bool accept_rests = now < accept_from_;
+    const bool accept_rests = now < accept_from_ || stands_still_;
     polled.push_back({accept_rests ? -1 : listener_.get(), POLLIN, 0});
     const bool idle = connections_.empty() && !accept_rests && untold_ == 0;
     const int wait_ms = idle ? -1 : kTickMs;
@@ -97,14 +119,30 @@ bool RecordServer::run() {
       }
     }
     std::erase_if(connections_, [](const Connection& connection) { return !connection.fd.ok(); });
-    for (int i = 0; i < kAcceptsAtOnce && polled.back().revents != 0 && !ended_; ++i) {
+    const bool accepts = polled.back().revents != 0 && !stands_still_;
+    for (int i = 0; i < kAcceptsAtOnce && accepts && !ended_; ++i) {
       if (!accept_one(now)) {
         break;
       }
     }
+    connected_ = connections_.size();
     tell_refusals(now);
   }
   return true;
+}
+
+void RecordServer::count_from(Refused before) {
+  refused_senders_ = before.senders;
+  refused_texts_ = before.texts;
+}
+
+void RecordServer::stand_still(std::chrono::milliseconds patience) {
+  constexpr std::chrono::milliseconds kRound{10};
+  const Clock::time_point end = Clock::now() + patience;
+  stands_still_ = true;
+  do {
+    std::this_thread::sleep_for(kRound);
+  } while (connected_ != 0 && Clock::now() < end);
 }
 
 std::string RecordServer::refusals() const {

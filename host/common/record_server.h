@@ -36,6 +36,10 @@ struct Senders {
 // failure, with errno: EADDRINUSE when another process has the name, ENAMETOOLONG.
 unique_fd listen_on(std::string_view name);
 
+// The descriptor `number`, if it is such a socket of that name. Otherwise it is left as it is, and
+// a new socket is made.
+unique_fd adopt_listener(int number, std::string_view name);
+
 class RecordServer {
  public:
   // Given each record with its text as it came, NUL excluded. False ends run().
@@ -57,8 +61,24 @@ class RecordServer {
   // waited for (false, once `on_refusal` has been told). Calls both on the calling thread.
   bool run();
 
-  // How much was refused so far, as a phrase ("records refused: 3 ..."); empty if nothing was. Any
-  // thread, also while the server runs.
+  // The listening socket, which stays the server's.
+  int listener() const { return listener_.get(); }
+
+  // How much was refused so far. Any thread, as for all that follows.
+  struct Refused {
+    uint64_t senders = 0;
+    uint64_t texts = 0;
+  };
+  Refused refused() const { return {refused_senders_, refused_texts_}; }
+  // Counts on from `before`. Before run().
+  void count_from(Refused before);
+
+  // Takes no more connections, which wait in the socket's queue then, and gives those that there
+  // are up to `patience` to end.
+  void stand_still(std::chrono::milliseconds patience);
+  void go_on() { stands_still_ = false; }
+
+  // How much was refused so far, as a phrase ("records refused: 3 ..."); empty if nothing was.
   std::string refusals() const;
 
  private:
@@ -89,6 +109,8 @@ class RecordServer {
   std::vector<Connection> connections_;  // the oldest first
   Clock::time_point accept_from_{};      // no connection is taken before
   bool accept_failing_ = false;
+  std::atomic<bool> stands_still_{false};
+  std::atomic<size_t> connected_{0};  // after the last round
   bool ended_ = false;
   std::atomic<uint64_t> refused_senders_{0};
   std::atomic<uint64_t> refused_texts_{0};

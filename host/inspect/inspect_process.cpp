@@ -18,7 +18,6 @@
 #include "host/common/bounded_reader.h"
 #include "host/common/escape.h"
 #include "host/common/file_text.h"
-#include "host/common/process_identity.h"
 #include "host/inspect/reader_output.h"
 #include "inspect/open_files.h"
 #include "inspect/smaps.h"
@@ -59,7 +58,6 @@ class Inspection {
  public:
   Inspection(int pid, const std::string& root)
       : pid_(pid),
-        root_(root),
         path_(root + "/" + std::to_string(pid)),
         held_(::open(path_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
     struct stat status = {};
@@ -147,10 +145,8 @@ class Inspection {
     if (error == ETIMEDOUT) {
       // Its command line is what does not answer: the rest is read without.
       spared_ = true;
-      if (const auto identity = identify(static_cast<unsigned>(pid_), root_)) {
-        taskwarden_spare(static_cast<uint32_t>(pid_), identity->start_time, 1);
-        why = read(0, [&] { tw_process_check_status(pid_, &desc); });
-      }
+      taskwarden_spare_user(TASKWARDEN_EVERYBODY, 1);
+      why = read(0, [&] { tw_process_check_status(pid_, &desc); });
     }
     if (why == kEnded) {
       desc = blank;
@@ -232,7 +228,6 @@ class Inspection {
   }
 
   const int pid_;
-  const std::string root_;
   const std::string path_;
   // Keeps the kernel from using the inode's number again, by which the process is known.
   const unique_fd held_;

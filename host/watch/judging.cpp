@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/common/file_text.h"
+#include "judge/saved_state.h"
 
 namespace host {
 namespace {
@@ -56,6 +57,9 @@ Judging::Judging(Options options)
 
 void Judging::start() {
   state_.load(&judge_);
+  if (!options_.carried.empty()) {
+    judge::load(options_.carried, boot_id(options_.places.proc_root), &judge_);
+  }
   // Those that ended meanwhile are told so. What was not told, the judge forgets by itself.
   judge_.for_each_told([this](const judge::Verdict& verdict) {
     watched_.push_back({verdict.pid, false, verdict.start, LimitReader::place_at(0)});
@@ -73,6 +77,11 @@ void Judging::start() {
         static_cast<Judging*>(self)->copy_.offer(table);
       },
       this, TASKWARDEN_EVERY_PASS);
+}
+
+std::string Judging::bytes() {
+  const std::unique_lock lock(mutex_, kSavePatience);
+  return lock.owns_lock() ? judge::save(judge_, boot_id(options_.places.proc_root)) : "";
 }
 
 void Judging::save() {

@@ -39,6 +39,7 @@ class Judging {
     LimitReader::Places places{};
     SampleFile* record = nullptr;  // open, or null
     std::string state{};           // file; empty for none
+    std::string carried{};  // what bytes() gave, which is newer than the file; empty for none
     // On the judging thread, where they are there:
     ExplainFn explain{};
     TellFn tell{};          // each change of a state
@@ -52,6 +53,9 @@ class Judging {
   // must this. Once. Throws std::system_error when the thread cannot be started.
   void start();
 
+  // The state as bytes; empty if the judging thread does not let go of it in half a second. Any
+  // thread.
+  std::string bytes();
   // Keeps the state, unless the judging thread does not let go of it in half a second. For the end
   // of the program. Any thread.
   void save();

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -89,13 +90,36 @@ struct Verdicts {
   SampleFile record{};
   std::unique_ptr<Judging> judging{};
   bool said = false;
-  const std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
+  std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
   std::atomic<uint32_t> processes{0};  // that were watched last
   std::atomic<uint32_t> counts[5]{};   // of changes to each state
 };
 
 // Never destroyed; null without a judge.
 Verdicts* verdicts = nullptr;
+
+// ---- What goes on in the next image of the program: a line of figures, then the judge's bytes.
+
+std::string figures_line() {
+  std::string line = std::to_string(verdicts->begin.time_since_epoch().count());
+  for (const auto& count : verdicts->counts) {
+    line += " " + std::to_string(count.load());
+  }
+  return line + "\n";
+}
+
+void take_figures(const std::string& line) {
+  std::istringstream numbers(line);
+  std::chrono::steady_clock::rep begin = 0;
+  if (numbers >> begin) {
+    verdicts->begin =
+        std::chrono::steady_clock::time_point(std::chrono::steady_clock::duration(begin));
+  }
+  for (uint32_t number = 0; auto& count : verdicts->counts) {
+    numbers >> number;
+    count = numbers ? number : 0;
+  }
+}
 
 // Offers the feed, or says why it cannot be.
 void start_feed(const std::string& path) {
@@ -164,7 +188,8 @@ void add_verdict_options(CLI::App& command, VerdictOptions* options) {
   command.add_flag("--no-judge", options->off, "Give no verdicts");
 }
 
-bool start_verdicts(const VerdictOptions& options, const std::string& proc_root) {
+bool start_verdicts(const VerdictOptions& options, const std::string& proc_root,
+                    const std::string& carried) {
   if (options.off) {
     return true;
   }
@@ -186,9 +211,18 @@ bool start_verdicts(const VerdictOptions& options, const std::string& proc_root)
   judging.explain = verdict_explainer();
   judging.tell = [](const ToldVerdict& verdict) { verdicts->tell(verdict); };
   judging.after_pass = [](const Judging::Pass& pass) { verdicts->after_pass(pass); };
+  const size_t end = carried.find('\n');
+  if (end != carried.npos) {
+    take_figures(carried.substr(0, end));
+    judging.carried = carried.substr(end + 1);
+  }
   verdicts->judging = std::make_unique<Judging>(judging);
   verdicts->judging->start();
   return true;
+}
+
+std::string carry_verdicts() {
+  return verdicts != nullptr ? figures_line() + verdicts->judging->bytes() : "";
 }
 
 void end_verdicts() {

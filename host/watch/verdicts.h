@@ -24,8 +24,13 @@ struct VerdictOptions {
 void add_verdict_options(CLI::App& command, VerdictOptions* options);
 
 // Begins to judge. Once, when the log has started and before the library has. False, with a line
-// that says why, if that cannot be.
-bool start_verdicts(const VerdictOptions& options, const std::string& proc_root);
+// that says why, if that cannot be. `carried` is what carry_verdicts() gave, if it did.
+bool start_verdicts(const VerdictOptions& options, const std::string& proc_root,
+                    const std::string& carried = {});
+
+// What goes on when the program begins anew in its own place, as bytes: the judge and the counts.
+// Without the judge, if its thread does not let go of it in half a second. Any thread.
+std::string carry_verdicts();
 
 // Keeps the state for the next watch, and says what was seen. At the end of the program.
 void end_verdicts();

@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -17,6 +18,7 @@
 #include "host/common/record_server.h"
 #include "host/common/until_signal.h"
 #include "host/watch/explaining.h"
+#include "host/watch/supervisor.h"
 #include "host/watch/verdicts.h"
 #include "host/watch/watch_log.h"
 #include "taskwarden/taskwarden.h"
@@ -112,10 +114,11 @@ void say_losses(const RecordServer* server) {
   }
 }
 
-// The record socket, answered on a thread that runs until the process ends, as does the server.
-// Null if it cannot be.
-const RecordServer* answer_records() {
-  unique_fd listener = listen_on(kRecordSocket);
+// The record socket, answered on a thread that runs until the process ends, as does the server: the
+// one that was carried over, or a new one. Null if it cannot be.
+RecordServer* answer_records(const CarriedState& carried) {
+  unique_fd listener = carried.listener >= 0 ? adopt_listener(carried.listener, kRecordSocket)
+                                             : listen_on(kRecordSocket);
   if (!listener.ok()) {
     const std::string reason =
         errno == EADDRINUSE ? "another process already does" : ::strerror(errno);
@@ -124,6 +127,7 @@ const RecordServer* answer_records() {
   }
   static auto* const server =
       new RecordServer(std::move(listener), Senders::trusted(), {}, log_record, say);
+  server->count_from({carried.refused_senders, carried.refused_texts});
   std::thread([] { server->run(); }).detach();
   return server;
 }
@@ -146,6 +150,27 @@ int run_cycle(const std::string& proc_root) {
   return 1;
 }
 
+// What was asked for by signals, for a new image of the program to honour.
+std::atomic<bool> pause_wanted{false};
+std::atomic<int64_t> dump_wanted_in_pass{-1};
+
+uint32_t passes_so_far() {
+  taskwarden_progress progress = {};
+  progress.size = sizeof(progress);
+  taskwarden_get_progress(&progress);
+  return progress.passes;
+}
+
+void want_pause(bool pause) {
+  pause_wanted = pause;
+  taskwarden_notify(pause ? 1 : 0);
+}
+
+void want_dump() {
+  dump_wanted_in_pass = passes_so_far();
+  taskwarden_request_dump();
+}
+
 // On a thread of its own, since a call to the library waits for its output, and the end of the
 // program must not.
 void obey_signals(const RecordServer* server) {
@@ -154,12 +179,52 @@ void obey_signals(const RecordServer* server) {
     for (int signal = 0; sigwait(&set, &signal) == 0;) {
       if (signal == SIGQUIT) {
         say_losses(server);
-        taskwarden_request_dump();
+        want_dump();
       } else {
-        taskwarden_notify(signal == SIGUSR1 ? 1 : 0);
+        want_pause(signal == SIGUSR1);
       }
     }
   }).detach();
+}
+
+// ---- What lives on when the program begins anew in its own place.
+
+// The attachment of the verdicts.
+constexpr char kVerdicts[] = "verdicts";
+
+std::string attachment(const CarriedState& state, const char* name) {
+  const auto found = state.attachments.find(name);
+  return found != state.attachments.end() ? found->second : "";
+}
+
+// Adds to `state` what is this command's.
+void save(CarriedState* state) {
+  state->is_paused = pause_wanted;
+  state->wants_dump = dump_wanted_in_pass == passes_so_far();
+  state->undelivered = undelivered_records();
+  state->attachments[kVerdicts] = carry_verdicts();
+}
+
+// Before the cycle starts.
+CarriedState resume() {
+  const std::optional<CarriedState> carried = take_state();
+  if (!carried) {
+    return {};
+  }
+  resume_after_hold(*carried);
+  count_undelivered_from(carried->undelivered);
+  if (carried->is_paused) {
+    want_pause(true);
+  }
+  if (carried->wants_dump) {
+    want_dump();
+  }
+  return *carried;
+}
+
+void supervise(Supervisor::Options options) {
+  static auto* const supervisor = new Supervisor(std::move(options));
+  std::thread([] { supervisor->run(); }).detach();
 }
 
 int run(Options options) {
@@ -174,11 +239,13 @@ int run(Options options) {
   options.explain.proc_root = options.proc_root;
   options.log.explainer = start_explaining(options.explain);
   start_log(options.log);
-  const RecordServer* const server = options.no_service ? nullptr : answer_records();
-  if (!start_verdicts(options.verdicts, options.proc_root)) {
+  const CarriedState carried = resume();
+  RecordServer* const server = options.no_service ? nullptr : answer_records(carried);
+  if (!start_verdicts(options.verdicts, options.proc_root, attachment(carried, kVerdicts))) {
     return 1;
   }
   obey_signals(server);
+  supervise({options.proc_root, carried.sparing, server, save});
   const int status = run_until_signal([root = options.proc_root] { return run_cycle(root); });
   end_explaining();
   say_unexplained();

@@ -39,6 +39,8 @@ void log_verdict(const ToldVerdict& verdict);
 
 // Records that did not reach the service, as the events say. Any thread.
 uint64_t undelivered_records();
+// Counts on from `before`. Before the library is started.
+void count_undelivered_from(uint64_t before);
 
 }  // namespace host
 
