@@ -46,42 +46,44 @@ bool History::is_near(const Moment& moment) const {
   return moment.limit < 2 * std::max(moment.now, highest != 0 ? decode(highest) : 0);
 }
 
-// What the limit has to be above: the floor, as far as it may have risen since it was known, and
-// what the process needs beside it, which its last hours show. A single spike does not count.
+// What the limit has to be above: the floor, as far as it may have risen since it was known. Of
+// what is confirmed also what it needs beside its floor, in each of its last hours. A single spike
+// does not count.
 double History::height(const Moment& moment, double rate_per_hour) const {
   const double hours = (moment.minute - moment.before + 1) / 60.0;
-  double level =
+  const double level =
       newest_ != 0 ? std::min(moment.now, decode(newest_) + rate_per_hour * hours) : moment.now;
-  if (state_ < State::kConfirmed) {
+  const uint32_t end = moment.minute / kMinutesPerWindow[kHours];
+  if (state_ < State::kConfirmed || end < kPeaks) {
     return level;
   }
-  const uint32_t end = moment.minute / kMinutesPerWindow[kHours];
+  double floor = 0;
   double above = HUGE_VAL;
   for (uint32_t ago = 1; ago <= std::min(end, kNeedHours); ++ago) {
-    const Code floor = floors_.at(kHours, end - ago);
-    level = floor != 0 ? std::max(level, decode(floor)) : level;
+    const Code low = floors_.at(kHours, end - ago);
+    floor = low != 0 ? std::max(floor, decode(low)) : floor;
     if (ago <= kPeaks) {
       const Code peak = floors_.peaks[(end - ago) % kPeaks];
-      above = std::min(above, floor != 0 && peak > floor ? decode(peak) - decode(floor) : 0);
+      above = std::min(above, low != 0 && peak > low ? decode(peak) - decode(low) : 0);
     }
   }
-  return end >= kPeaks ? level + std::max(0.0, above - rate_)
-                       : level;  // less the hour's own growth
+  return std::max(level, floor + above);
 }
 
 // The rate in the fastest but one of the last hours, if that is more: what leaks in bursts or steps
-// reaches its limit with one of them.
+// reaches its limit with one of them. Only new heights count.
 double History::fast_rate(uint32_t minute) const {
   const uint32_t end = minute / kMinutesPerWindow[kHours];
+  double highest = HUGE_VAL;
   double first = rate_;
   double second = rate_;
-  for (uint32_t ago = 1; ago < std::min(end, kBurstHours); ++ago) {
-    const Code code = floors_.at(kHours, end - ago);
-    const Code before = floors_.at(kHours, end - ago - 1);
-    if (code > before && before != 0) {
-      const double rise = decode(code) - decode(before);
+  for (uint32_t hour = end - std::min(end, kBurstHours); hour < end; ++hour) {
+    const Code code = floors_.at(kHours, hour);
+    if (code != 0) {
+      const double rise = std::max(0.0, decode(code) - highest);
       second = std::max(second, std::min(first, rise));
       first = std::max(first, rise);
+      highest = highest == HUGE_VAL ? decode(code) : highest + rise;
     }
   }
   return second;
@@ -227,11 +229,11 @@ bool History::look(const Moment& moment, Resource resource, Change* change) {
     state = State::kNone;
   }
   if (state > state_) {
-    enter(state, growth, moment.minute);
     *change = {state,
                growth.rate_per_hour,
                seconds_left(moment, growth.rate_per_hour),
                {growth.kind, growth.minutes * 60.0}};
+    enter(state, growth, moment.minute);
     return true;
   }
   if (state_ == State::kNone || !is_over(moment, &change->evidence)) {

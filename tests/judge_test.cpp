@@ -124,6 +124,10 @@ TEST(Judge, LeavesTheHealthyAlone) {
       {"bursts", [](double t) { return std::fmod(t, 5e4) < 4000 ? 9e5 : 1e5; }},
       {"nightly job", [](double t) { return std::fmod(t, kDay) > 8e4 ? 9e5 : 1e5; }},
       {"a batch of 15 hours", [](double t) { return t < 15.3 * kHour ? 1e5 + 3 * t : 1e5; }},
+      {"fills by day, then by night",
+       [](double t) {
+         return 1e5 + 3 * std::min(t, 10 * kHour) + std::clamp(t - 10 * kHour, 0., 20 * kHour);
+       }},
       {"filled by work",
        [](double t) {
          const double work = 0.6 * t - 0.4 * kDay / 2 / M_PI * std::sin(2 * M_PI * t / kDay);
@@ -227,6 +231,29 @@ TEST(Judge, UrgentHalfAnHourBeforeTheLimit) {
         EXPECT_LE(left, 3700 + interval) << hours << " h, every " << interval;
       }
     }
+  }
+}
+
+// A limit is reached by what comes on top of the floor.
+TEST(Judge, UrgentBeforePeaksAndStepsReachTheLimit) {
+  const struct {
+    const char* name;
+    double (*level)(double);
+  } rows[] = {
+      {"teeth of minutes", [](double t) { return 1e5 + std::fmod(t, 1000) * 200 + t; }},
+      {"teeth of hours", [](double t) { return 1e5 + std::fmod(t, 3 * kHour) * 20 + t; }},
+      {"steps", [](double t) { return 1e5 + 12e3 * std::floor(t / 9000); }},
+  };
+  for (const auto& row : rows) {
+    Court court;
+    court.sample.memory_limit_kb = 500'000;
+    double reached = HUGE_VAL;
+    court.watch(Resource::kMemory, 0, 96 * kHour, 60, [&](double t) {
+      reached = row.level(t) >= 500'000 ? std::min(reached, t) : reached;
+      return row.level(t);
+    });
+    EXPECT_GE(reached - court.when(State::kUrgent), 1800) << row.name;
+    EXPECT_LE(reached - court.when(State::kUrgent), 16 * kHour) << row.name;
   }
 }
 
