@@ -3,7 +3,8 @@
 //
 // The method, for each resource of each process:
 //
-// - Floors. Only minima over windows of 1 minute, 8 minutes and 1 hour are kept (floors.h), up to 72
+// - Floors. Only minima over windows of 1 minute, 8 minutes and 1 hour are kept (floors.h), up to
+// 72
 //   hours of them. Bursts, collections of garbage and spikes do not show in a minimum. A window
 //   without a sample is unknown, so a gap or a suspend is missing time and not growth.
 // - Suspected. The last 13 minutes, the last 104 minutes or the last 9 hours rose by 5 % at least,
@@ -22,9 +23,9 @@
 //   hour is compared with the same hour of the day before, for 30 hours.
 // - Urgent. At its rate a limit is reached within the hour, and it grew in 8 windows at least, to
 //   heights not seen before. What is confirmed counts with what it needs above its floor, as its
-//   last hours show, and with the rate of its fastest hours: a limit is reached by peaks and bursts.
-//   What is not confirmed has to be 50 minutes from the limit, and to have grown for twice the time
-//   that is left.
+//   last hours show, and with the rate of its fastest hours: a limit is reached by peaks and
+//   bursts. What is not confirmed has to be 50 minutes from the limit, and to have grown for twice
+//   the time that is left.
 // - Ended. It fell back, or had no new height for 26 hours (of what was only suspected: for twice
 //   the time of the evidence, 30 minutes to 12 hours), or the process ended. For 25 hours after an
 //   alert there is no other one, except that what is confirmed may become urgent.

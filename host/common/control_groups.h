@@ -13,8 +13,8 @@ namespace host {
 // The paths in /proc/<pid>/cgroup. In the unified hierarchy one path serves all.
 struct ControlGroups {
   std::optional<std::string> unified{};
-  std::optional<std::string> memory{};   // of version 1
-  std::optional<std::string> pids{};     // of version 1
+  std::optional<std::string> memory{};  // of version 1
+  std::optional<std::string> pids{};    // of version 1
 };
 ControlGroups parse_control_groups(std::string_view text);
 

@@ -119,17 +119,17 @@ TW_EXPORT int taskwarden_spare_user(uint32_t uid, int is_spared);
 
 // Has a visit read only what may have changed, while `only_what_ran` is 1; 0, the default, has it
 // read every process. A process whose threads have not run since its numbers were last read, by its
-// CPU clock (clock_getcpuclockid(3)), keeps them; all else of its visit happens. Read all the same is
-// what is new, was renamed or has no baseline yet, what was running or in uninterruptible sleep at
-// the last reading, what has lost its parent or shares memory or descriptors with it, what is
+// CPU clock (clock_getcpuclockid(3)), keeps them; all else of its visit happens. Read all the same
+// is what is new, was renamed or has no baseline yet, what was running or in uninterruptible sleep
+// at the last reading, what has lost its parent or shares memory or descriptors with it, what is
 // interesting, what had an event in its last five visits, and every process at each 30th visit.
 //
 // So up to 30 visits go by until this is seen of a process that does not run meanwhile: pages
-// reclaimed or brought in by others; a descriptor installed by others, or through a table shared with
-// another than its parent; a name changed from outside; a new parent, unless its own was watched; the
-// effect of taskwarden_spare(). What woke in the last tick of the scheduler is seen a visit late.
-// The directory of processes is listed only when processes were made or ended, and at every tenth
-// pass. Every pass is followed by a rest.
+// reclaimed or brought in by others; a descriptor installed by others, or through a table shared
+// with another than its parent; a name changed from outside; a new parent, unless its own was
+// watched; the effect of taskwarden_spare(). What woke in the last tick of the scheduler is seen a
+// visit late. The directory of processes is listed only when processes were made or ended, and at
+// every tenth pass. Every pass is followed by a rest.
 //
 // It takes a process file system that shows the pids of this process's own pid namespace; where it
 // does not, every process is read, and the first start says so in the log.
