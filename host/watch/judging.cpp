@@ -40,6 +40,17 @@ int64_t above(int64_t level, int64_t room) {
   return level < 0 || room < 0 ? judge::kUnknown : level + room;
 }
 
+// Holds the lock, or not if it was not let go of within `patience`.
+std::unique_lock<std::mutex> lock_within(std::chrono::milliseconds patience, std::mutex* mutex) {
+  const auto end = std::chrono::steady_clock::now() + patience;
+  std::unique_lock lock(*mutex, std::try_to_lock);
+  while (!lock.owns_lock() && std::chrono::steady_clock::now() < end) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    lock.try_lock();
+  }
+  return lock;
+}
+
 bool is_before(const auto& watched, int32_t pid) {
   return watched.pid < pid;
 }
@@ -80,12 +91,12 @@ void Judging::start() {
 }
 
 std::string Judging::bytes() {
-  const std::unique_lock lock(mutex_, kSavePatience);
+  const std::unique_lock lock = lock_within(kSavePatience, &mutex_);
   return lock.owns_lock() ? judge::save(judge_, boot_id(options_.places.proc_root)) : "";
 }
 
 void Judging::save() {
-  const std::unique_lock lock(mutex_, kSavePatience);
+  const std::unique_lock lock = lock_within(kSavePatience, &mutex_);
   if (lock.owns_lock()) {
     state_.save(judge_);
   }

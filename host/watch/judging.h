@@ -81,7 +81,7 @@ class Judging {
   const Options options_;
   TableCopy copy_;
   LimitReader limits_;
-  std::timed_mutex mutex_{};  // the judge and its file
+  std::mutex mutex_{};  // the judge and its file
   judge::Judge judge_;
   StateFile state_;
   std::vector<Watched> watched_{};  // by pid

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "audit/audit_event_manager.h"
+#include "audit/poll_entry.h"
 #include "audit/process_collector.h"
 #include "inspect/system/meminfo_record.h"
 #include "proctable/process_records.h"

@@ -23,9 +23,6 @@ TW_EXPORT int32_t tw_event_poll_meminfo(tw_meminfo_t* meminfo);
 // collector of its class, unless its name begins with "zygote".
 TW_EXPORT int32_t tw_event_poll_process_entry(tw_process_list* list, tw_process_entry* entry);
 
-// The same; whether an event was raised.
-bool tw_poll_process_entry(tw_process_list* list, tw_process_entry* entry);
-
 // A pass over the whole table is complete: runs the process-count hub, then announces the changes
 // of each ranking, if any, and empties them.
 TW_EXPORT int32_t tw_event_poll_process_list(tw_process_list* list);

@@ -7,6 +7,7 @@
 #include "audit/event_draft.h"
 #include "audit/event_ids.h"
 #include "audit/poll.h"
+#include "audit/poll_entry.h"
 #include "inspect/maps_parse.h"
 #include "inspect/open_files_count.h"
 #include "inspect/start_time.h"
