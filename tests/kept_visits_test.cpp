@@ -121,20 +121,6 @@ TEST_F(KeptVisits, ReadWhatMayHaveChanged) {
     EXPECT_EQ(visits, row.visits);
     EXPECT_EQ(entry(pid).inspected_time, w.clock.us / 1000000);
   }
-
-  // What it does while it is read counts as new.
-  entry(pid).desc.state = 'R';
-  entry(pid).baseline.threads = 0;
-  w.on_event = [&](AuditEvent*) {
-    child.command("files 1");
-    w.on_event = [](AuditEvent*) {};
-  };
-  w.pass();
-  note(pid).reading.event_visits = 0;
-  entry(pid).desc.state = 'S';
-  while (!is_asleep(pid)) {
-  }
-  EXPECT_TRUE(reads(pid));
 }
 
 TEST_F(KeptVisits, EachIsReadOnceInARow) {
