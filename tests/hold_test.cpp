@@ -50,8 +50,11 @@ TEST(HoldDetector, TellsAHoldFromAllElse) {
       {"nothing of a process", [](int) { return reading(TASKWARDEN_READS_MEMINFO); }, "10 70 130 "},
       {"a rest or a pause", [](int) { return reading(TASKWARDEN_READS_NOTHING); }, ""},
       {"a long pass", [](int s) { return reading(TASKWARDEN_READS_STATUS, 9, s / 9); }, ""},
-      {"one process often", [](int s) { return reading(TASKWARDEN_READS_MAPS, 9, 0, s / 9); }, ""},
-      {"others", [](int s) { return reading(TASKWARDEN_READS_MAPS, s / 9); }, ""},
+      {"one process often",
+       [](int s) { return reading(TASKWARDEN_READS_MAPS, 9, 0, static_cast<uint64_t>(s / 9)); },
+       ""},
+      {"others", [](int s) { return reading(TASKWARDEN_READS_MAPS, static_cast<uint32_t>(s / 9)); },
+       ""},
       {"other files", [](int s) { return reading(s / 9 % 2 + 1, 9); }, ""},
       {"an end", [](int s) { return reading(s < 15 ? TASKWARDEN_READS_MAPS : 0, 9); }, "10 "},
   };

@@ -61,7 +61,8 @@ bool note_share(uint32_t uid, int64_t ms, int64_t now_ms, Sparing* sparing) {
   for (const auto& [whose, most_ms] : limits) {
     if (has_its_share(whose, ms, most_ms, now_ms, sparing)) {
       spare_user(whose, now_ms, sparing);
-      std::erase_if(sparing->shares, [&](const Share& share) { return share.uid == whose; });
+      std::erase_if(sparing->shares,
+                    [user = whose](const Share& share) { return share.uid == user; });
       spares = true;
     }
   }
