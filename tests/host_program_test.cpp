@@ -146,6 +146,20 @@ TEST(HostProgram, WatchObeysSignals) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
 }
 
+// The made system has too little memory, which is an event.
+TEST(HostProgram, WatchShowsVerdictsAlone) {
+  MadeTree tree({{.pid = 1000}});
+  tree.write("meminfo", "MemTotal: 2147483648 kB\nMemFree: 5 kB\nMemAvailable: 6 kB\n");
+  for (const std::string show : {"all", "verdicts"}) {
+    Program program("watch --no-service --proc-root " + tree.root().string() + " --show " + show);
+    std::string said = program.until("; a pass takes");
+    kill(program.pid(), SIGUSR1);
+    said += program.until("-> taskwarden is paused...\n");
+    EXPECT_NE(said.find("Start the Task Warden\n"), said.npos) << said;
+    EXPECT_EQ(said.find("\nAuditEvent_") != said.npos, show == "all") << said;
+  }
+}
+
 TEST(HostProgram, WatchPrintsRecordsAndEndsWithItsReader) {
   own_network();
   for (const bool json : {false, true}) {

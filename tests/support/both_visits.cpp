@@ -52,16 +52,6 @@ std::filesystem::path directory_of(pid_t pid) {
   return "/proc/" + std::to_string(pid);
 }
 
-// Whether no thread runs or is about to.
-bool is_asleep(pid_t pid) {
-  std::error_code gone;
-  for (const auto& task : std::filesystem::directory_iterator(directory_of(pid) / "task", gone)) {
-    const char state = stat_of(task).state;
-    if (state == 'R' || state == 'D' || state == '-') return false;
-  }
-  return !gone;
-}
-
 // Takes out of the list what a scan put there and is not to be watched.
 void unlink_others(tw_process_list* list, const std::set<pid_t>& pids) {
   tw_process_entry* last = nullptr;
@@ -174,6 +164,16 @@ std::map<pid_t, uint64_t> clocks_of(const std::vector<pid_t>& pids) {
 }
 
 }  // namespace
+
+bool is_asleep(pid_t pid) {
+  std::error_code gone;
+  for (std::filesystem::directory_iterator task(directory_of(pid) / "task", gone), end;
+       !gone && task != end; task.increment(gone)) {
+    const char state = stat_of(*task).state;
+    if (state == 'R' || state == 'D' || state == '-') return false;
+  }
+  return !gone;
+}
 
 WatchProcess::WatchProcess(bool only_what_ran) {
   int in[2], out[2];

@@ -17,6 +17,9 @@
 #include "support/child.h"
 #include "support/record_listener.h"
 
+// Whether no thread of the process runs or is about to.
+bool is_asleep(pid_t pid);
+
 // What a watch found in a pass.
 struct Account {
   std::string told;  // reports, failures and records
