@@ -65,8 +65,8 @@ void fuzz(std::string_view text) {
   const auto words = host::command_words(text);
   const std::string script = host::script_of(words);
   require(script.empty() || std::count(words.begin(), words.end(), script) > 0);
-  const host::GroupPlace place = host::parse_cgroup(text);
-  require(!place.path || text.find(*place.path) != text.npos);
+  const host::GroupPlace place = host::place_of(host::parse_control_groups(text));
+  require(text.find(place.path) != text.npos);
   require(host::open_files_limit_of(text) >= -1 && host::parse_uid(text) >= -1);
   require(text.find(host::parse_user(text, 7)) != text.npos);
 }

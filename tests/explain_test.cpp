@@ -104,8 +104,8 @@ std::string seen_in(const std::string& kind, std::string text) {
                  : stat->name + " " + std::to_string(stat->parent) + " " +
                        std::to_string(stat->start);
   }
-  const host::GroupPlace place = host::parse_cgroup(text);
-  return joined({place.path.value_or(""), place.unit, place.runtime, place.container, place.pod});
+  const host::GroupPlace place = host::place_of(host::parse_control_groups(text));
+  return joined({place.path, place.unit, place.runtime, place.container, place.pod});
 }
 
 TEST(Explain, SeesWhatItsTableHas) {

@@ -159,26 +159,33 @@ TEST(Limits, AreReadOfBothVersionsOfControlGroups) {
   put("v2/a/", "memory.max 1048576 memory.current 900000 pids.max max pids.current 5");
   tree.write("v2/a/memory.stat", "xinactive_file 1\ninactive_file 375712\nactive_file 9\n");
   put("v2/a/b.service/", "memory.max max memory.current 1 pids.max 10 pids.current 4");
+  put("v2/a/c/", "memory.max 524288");
   put("v1/memory/", "memory.limit_in_bytes 9223372036854771712 memory.usage_in_bytes 5");
   put("v1/memory/m/", "memory.limit_in_bytes 2048 memory.usage_in_bytes 9999");
   put("v1/pids/p/", "pids.max 7 pids.current 7");
   const struct {
     const char *root, *text;
-    int64_t memory_kb, threads;
+    int64_t memory_kb, threads, limit_kb, used_kb;
   } rows[] = {
-      {"v2", "0::/a/b.service\n", 512, 6},
-      {"v2", "0::/a\n", 512, -1},
-      {"v2", "0::/\n", -1, -1},
-      {"v2", "0::/../a\n", -1, -1},
-      {"v1", "5:memory:/m\n4:cpu,pids:/p\n1:name=systemd:/q.service/x\n0::/\n", 0, 0},
-      {"v1", "5:memory:/", -1, -1},
-      {"v1", "junk\n::\n5:memory\n5:memory:m\n\xff\n", -1, -1},
+      {"v2", "0::/a/b.service\n", 512, 6, 1024, 878},
+      {"v2", "0::/a/c\n", 512, -1, 512, -1},
+      {"v2", "0::/\n", -1, -1, -1, -1},
+      {"v2", "0::/../a\n", -1, -1, -1, -1},
+      {"v1", "5:memory:/m\n4:cpu,pids:/p\n1:name=systemd:/q.service/x\n0::/\n", 0, 0, 2, 9},
+      {"v1", "5:memory:/", -1, -1, -1, -1},
+      {"v1", "junk\n::\n5:memory\n5:memory:m\n\xff\n", -1, -1, -1, -1},
   };
   for (const auto& row : rows) {
     const host::ControlGroups groups = host::parse_control_groups(row.text);
     const host::GroupRoom room = host::read_group_room(groups, tree.root() / row.root);
     EXPECT_EQ(room.memory_kb.value_or(-1), row.memory_kb) << row.text;
     EXPECT_EQ(room.threads.value_or(-1), row.threads) << row.text;
+    const auto limit =
+        read_memory_limit(groups, tree.root() / row.root, [](const std::string& path) {
+          return host::read_file(path).text;
+        }).value_or(host::GroupLimit{-1});
+    EXPECT_EQ(limit.limit_kb, row.limit_kb) << row.text;
+    EXPECT_EQ(limit.used_kb.value_or(-1), row.used_kb) << row.text;
   }
 
   tree.write("proc/7/limits",

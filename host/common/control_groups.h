@@ -8,13 +8,16 @@
 #include <string>
 #include <string_view>
 
+#include "host/common/file_text.h"
+
 namespace host {
 
 // The paths in /proc/<pid>/cgroup. In the unified hierarchy one path serves all.
 struct ControlGroups {
   std::optional<std::string> unified{};
-  std::optional<std::string> memory{};  // of version 1
-  std::optional<std::string> pids{};    // of version 1
+  std::optional<std::string> memory{};   // of version 1
+  std::optional<std::string> pids{};     // of version 1
+  std::optional<std::string> systemd{};  // its own, of version 1
 };
 ControlGroups parse_control_groups(std::string_view text);
 
@@ -28,7 +31,17 @@ struct GroupRoom {
 };
 
 // Reads them below `root`, where the control groups are mounted as systemd does it.
-GroupRoom read_group_room(const ControlGroups& groups, const std::string& root = "/sys/fs/cgroup");
+GroupRoom read_group_room(const ControlGroups& groups, const std::string& root);
+
+// The narrowest memory limit of the groups of a process, those above them included, and what is
+// used of it.
+struct GroupLimit {
+  int64_t limit_kb = 0;
+  std::optional<int64_t> used_kb{};
+};
+// Reads likewise, through `read`. Nothing where there is no limit.
+std::optional<GroupLimit> read_memory_limit(const ControlGroups& groups, const std::string& root,
+                                            const ReadFn& read);
 
 }  // namespace host
 

@@ -70,6 +70,14 @@ std::string escape_text(std::string_view text) {
   return out;
 }
 
+std::string quote_text(std::string_view text) {
+  std::string out = "\"";
+  for (const char c : escape_text(text)) {
+    out += c == '"' ? "\\x22" : std::string(1, c);
+  }
+  return out + "\"";
+}
+
 std::string log_text_for_terminal(std::string_view text) {
   const size_t head = text.starts_with('\t') ? 1 : 0;
   const size_t tail = std::max(text.find_last_not_of('\n') + 1, head);

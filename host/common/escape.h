@@ -13,6 +13,9 @@ namespace host {
 // bytes that are not UTF-8 become \xNN, byte by byte. No two texts come out the same.
 std::string escape_text(std::string_view text);
 
+// `text` in double quotes, escaped as above and its own quotes too, so that it stays within them.
+std::string quote_text(std::string_view text);
+
 // A text of the library's for a terminal: escaped as above, except for the backslash, the tab at
 // its beginning and the line feeds at its end. The library writes no others of its own.
 std::string log_text_for_terminal(std::string_view text);

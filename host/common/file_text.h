@@ -6,6 +6,7 @@
 #include <fcntl.h>
 
 #include <cstddef>
+#include <functional>
 #include <string>
 
 namespace host {
@@ -22,6 +23,10 @@ inline constexpr size_t kMostOfFile = 1 << 20;
 // device in its place holds nothing up, unless `flags`, further ones for open(2), say so; a file
 // that comes from a process's memory may (see bounded_reader.h). Any thread.
 FileText read_file(const std::string& path, size_t most = kMostOfFile, int flags = O_NONBLOCK);
+
+// How a file is read by those who leave that to their caller: its text, at most about 64 KiB of it;
+// empty where it cannot be read.
+using ReadFn = std::function<std::string(const std::string& path)>;
 
 }  // namespace host
 

@@ -1,6 +1,6 @@
 #include "host/common/record_format.h"
 
-#include "host/common/iso_time.h"
+#include "host/common/time_words.h"
 
 namespace host {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "host/explain/words.h"
+#include "host/common/words.h"
 
 namespace host {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/common/iso_time.h"
+#include "host/common/time_words.h"
 
 namespace host {
 namespace {
@@ -75,7 +75,7 @@ std::vector<std::string> Explanation::lines() const {
     const auto age = std::chrono::duration_cast<seconds>(look.time - *since).count();
     lines.push_back("-> Its " + what +
                     (rows.rows.empty() ? " grew under no name since " : " that grew since ") +
-                    iso_time(*since) + ", " + age_words(age) + " ago" +
+                    iso_time(*since) + ", " + span_words(static_cast<double>(age)) + " ago" +
                     (rows.rows.empty() ? "" : ":"));
   }
   add(row_lines(look, part, rows));

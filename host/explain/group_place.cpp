@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <string_view>
 #include <utility>
 
-#include "host/explain/words.h"
+#include "host/common/words.h"
 
 namespace host {
 namespace {
@@ -101,29 +103,14 @@ void take_folder(std::string_view folder, std::string_view parent, GroupPlace* p
 
 }  // namespace
 
-GroupPlace parse_cgroup(std::string_view text) {
-  GroupPlace place;
-  std::optional<std::string> systemd;
-  each_line_of(text, [&](std::string_view line) {
-    const std::string_view number = take_until(&line, ':');
-    std::string_view controllers = take_until(&line, ':');
-    if (number == "0" && controllers.empty()) {
-      place.path = line;
-    } else if (controllers == "name=systemd") {
-      systemd = line;
-    }
-    while (!controllers.empty()) {
-      if (take_until(&controllers, ',') == "memory") {
-        place.memory_path = line;
-      }
-    }
-  });
+GroupPlace place_of(const ControlGroups& groups) {
+  GroupPlace place{.path = groups.unified.value_or("")};
   // Where both are used, version 2 may have the processes of version 1 at its root.
-  if (systemd && (!place.path || *place.path == "/")) {
-    place.path = systemd;
+  if (groups.systemd && (place.path.empty() || place.path == "/")) {
+    place.path = *groups.systemd;
   }
-  for (const auto* path : {&place.path, &place.memory_path}) {
-    std::string_view rest = path->has_value() ? std::string_view(**path) : std::string_view();
+  const std::string memory = groups.memory.value_or("");
+  for (std::string_view rest : {std::string_view(place.path), std::string_view(memory)}) {
     std::string_view parent;
     while (!rest.empty() && place.container.empty()) {
       const std::string_view folder = take_until(&rest, '/');

@@ -4,7 +4,7 @@
 #include <tuple>
 #include <utility>
 
-#include "host/explain/words.h"
+#include "host/common/words.h"
 
 namespace host {
 namespace {

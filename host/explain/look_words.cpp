@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <string_view>
 #include <utility>
 
 #include "host/common/escape.h"
+#include "host/common/time_words.h"
 
 namespace host {
 namespace {
@@ -71,21 +71,6 @@ int64_t newest_age(const Look& look, const Holding& held) {
   return std::max<int64_t>(look.whom.age_s - later / ticks, 0);
 }
 
-// Escaped, its quotes too, so that none can pass for more than a name.
-std::string quoted_name(std::string_view name) {
-  std::string quoted = "\"";
-  while (!name.empty()) {
-    const std::string_view part = name.substr(0, name.find('"'));
-    quoted += escape_text(part);
-    name.remove_prefix(part.size());
-    if (!name.empty()) {
-      quoted += "\\x22";
-      name.remove_prefix(1);
-    }
-  }
-  return quoted + "\"";
-}
-
 std::string amount_words(Part part, int64_t amount) {
   return std::to_string(amount) + (part == Part::kMemory ? " kB" : "");
 }
@@ -93,7 +78,7 @@ std::string amount_words(Part part, int64_t amount) {
 std::string row_line(const Look& look, Part part, const Growth& row) {
   const Holding& held = row.now;
   std::string line = escape_text(held.kind);
-  line += held.name.empty() ? ": " : " " + quoted_name(held.name) + ": ";
+  line += held.name.empty() ? ": " : " " + quote_text(held.name) + ": ";
   if (row.grown != 0) {
     line +=
         amount_words(part, std::abs(row.grown)) + (row.grown > 0 ? " more" : " less") + ", now ";
@@ -111,7 +96,7 @@ std::string row_line(const Look& look, Part part, const Growth& row) {
   if (held.newest != 0) {
     const int64_t age = newest_age(look, held);
     line += ", the newest is " + std::to_string(held.newest) +
-            (age == Whom::kNotKnown ? "" : ", " + age_words(age) + " old");
+            (age == Whom::kNotKnown ? "" : ", " + span_words(static_cast<double>(age)) + " old");
   }
   return line;
 }
@@ -125,17 +110,6 @@ Json known(const std::string& text) {
 }
 
 }  // namespace
-
-std::string age_words(int64_t seconds) {
-  constexpr std::pair<int64_t, const char*> kUnits[] = {
-      {86400, " days"}, {3600, " h"}, {60, " min"}, {1, " s"}};
-  for (const auto& [unit, word] : kUnits) {
-    if (seconds >= 2 * unit) {
-      return std::to_string(seconds / unit) + word;
-    }
-  }
-  return std::to_string(std::max<int64_t>(seconds, 0)) + " s";
-}
 
 Rows held_rows(const Look& look, Part part, size_t most) {
   const Holdings& held = look.of(part).holdings;
@@ -168,7 +142,7 @@ std::vector<std::string> whom_lines(const Whom& whom) {
     add("user " + (whom.user.empty() ? std::to_string(whom.uid) : escape_text(whom.user)));
   }
   if (whom.age_s != Whom::kNotKnown) {
-    add(age_words(whom.age_s) + " old");
+    add(span_words(static_cast<double>(whom.age_s)) + " old");
   }
   if (!whom.container.empty()) {
     add((whom.runtime.empty() ? "" : escape_text(whom.runtime) + " ") + "container " +
@@ -184,7 +158,7 @@ std::vector<std::string> whom_lines(const Whom& whom) {
   }
   if (whom.parent != Whom::kNotKnown) {
     add("parent " + std::to_string(whom.parent) +
-        (whom.parent_name.empty() ? "" : " " + quoted_name(whom.parent_name)));
+        (whom.parent_name.empty() ? "" : " " + quote_text(whom.parent_name)));
   }
   if (whom.open_files_limit != Whom::kNotKnown && whom.open_files_limit != Whom::kUnlimited) {
     add("at most " + std::to_string(whom.open_files_limit) + " open files");

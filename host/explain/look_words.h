@@ -54,9 +54,6 @@ Json whom_object(const Whom& whom);
 // Memory and files have all of their kinds.
 Json row_list(const Look& look, Part part, const Rows& rows);
 
-// "40 s", "25 min", "17 h", "3 days".
-std::string age_words(int64_t seconds);
-
 }  // namespace host
 
 #endif  // HOST_EXPLAIN_LOOK_WORDS_H_

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <utility>
 
-#include "host/explain/words.h"
+#include "host/common/words.h"
 
 namespace host {
 namespace {

@@ -8,7 +8,7 @@
 #include <cctype>
 #include <utility>
 
-#include "host/explain/words.h"
+#include "host/common/words.h"
 
 namespace host {
 namespace {

@@ -14,11 +14,11 @@
 #include <optional>
 
 #include "host/common/file_text.h"
+#include "host/common/words.h"
 #include "host/explain/look.h"
 #include "host/explain/memory_names.h"
 #include "host/explain/open_names.h"
 #include "host/explain/process_stat.h"
-#include "host/explain/words.h"
 #include "platform/unique_fd.h"
 
 namespace host {

@@ -1,6 +1,6 @@
 #include "host/explain/process_stat.h"
 
-#include "host/explain/words.h"
+#include "host/common/words.h"
 
 namespace host {
 

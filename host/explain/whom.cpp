@@ -5,60 +5,15 @@
 #include <algorithm>
 #include <optional>
 
+#include "host/common/words.h"
 #include "host/explain/command_words.h"
 #include "host/explain/group_place.h"
 #include "host/explain/process_stat.h"
-#include "host/explain/words.h"
 
 namespace host {
 namespace {
 
 constexpr size_t kCommandMost = 4096;
-
-// The word behind `key`, with which its line begins.
-std::string_view word_after(std::string_view text, std::string_view key) {
-  std::string_view word;
-  each_line_of(text, [&](std::string_view line) {
-    if (word.empty() && line.starts_with(key)) {
-      line.remove_prefix(key.size());
-      word = take_word(&line);
-    }
-  });
-  return word;
-}
-
-std::string first_word(const std::string& text) {
-  std::string_view rest = std::string_view(text).substr(0, text.find('\n'));
-  return std::string(take_word(&rest));
-}
-
-void set_limits_of_group(const std::string& root, const GroupPlace& place, const ReadFn& read,
-                         Whom* whom) {
-  const bool v1 = place.memory_path.has_value();
-  std::string path = v1 ? *place.memory_path : place.path.value_or("");
-  if (path.empty() || path.find("/..") != path.npos) {
-    return;
-  }
-  // Version 1 says "none" by about 2^63.
-  constexpr int64_t kNoLimit = INT64_C(1) << 62;
-  const std::string base = v1 ? root + "/memory" : root;
-  for (;; path.resize(path.rfind('/'))) {
-    const std::string group = base + (path == "/" ? "" : path);
-    const std::string files[] = {group + (v1 ? "/memory.limit_in_bytes" : "/memory.max"),
-                                 group + (v1 ? "/memory.usage_in_bytes" : "/memory.current")};
-    int64_t limit = 0;
-    int64_t used = 0;
-    if (parse_number(first_word(read(files[0])), &limit) && limit >= 0 && limit < kNoLimit &&
-        (whom->group_limit_kb == Whom::kNotKnown || limit / 1024 < whom->group_limit_kb)) {
-      whom->group_limit_kb = limit / 1024;
-      whom->group_kb =
-          parse_number(first_word(read(files[1])), &used) ? used / 1024 : Whom::kNotKnown;
-    }
-    if (path.rfind('/') == path.npos || path == "/") {
-      return;
-    }
-  }
-}
 
 }  // namespace
 
@@ -111,13 +66,17 @@ Whom look_at_whom(const WhomAsked& asked, const ReadFn& read) {
   if (whom.uid != Whom::kNotKnown) {
     whom.user = parse_user(read("/etc/passwd"), whom.uid);
   }
-  const GroupPlace place = parse_cgroup(read(process + "/cgroup"));
-  whom.control_group = place.path.value_or("");
+  const ControlGroups groups = parse_control_groups(read(process + "/cgroup"));
+  const GroupPlace place = place_of(groups);
+  whom.control_group = place.path;
   whom.unit = place.unit;
   whom.container = place.container;
   whom.runtime = place.runtime;
   whom.pod = place.pod;
-  set_limits_of_group(asked.group_root, place, read, &whom);
+  if (const auto limit = read_memory_limit(groups, asked.group_root, read)) {
+    whom.group_limit_kb = limit->limit_kb;
+    whom.group_kb = limit->used_kb.value_or(Whom::kNotKnown);
+  }
   whom.open_files_limit = open_files_limit_of(read(process + "/limits"));
   return whom;
 }

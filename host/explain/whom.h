@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "host/common/file_text.h"
+
 namespace host {
 
 // What is not known is empty or kNotKnown; strings are any bytes.
@@ -35,9 +37,7 @@ struct Whom {
   int64_t group_kb = kNotKnown;          // and what is used of that
 };
 
-// The text of a file, at most about 64 KiB of it; empty where it cannot be read.
-using ReadFn = std::function<std::string(const std::string& path)>;
-// The target of a link; likewise.
+// The target of a link; empty where it cannot be read.
 using LinkFn = std::function<std::string(const std::string& path)>;
 
 struct WhomAsked {

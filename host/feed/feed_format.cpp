@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/common/iso_time.h"
+#include "host/common/time_words.h"
 #include "host/verdict/verdict_object.h"
 
 namespace host {

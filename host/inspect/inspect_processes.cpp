@@ -8,9 +8,9 @@
 #include <utility>
 
 #include "host/common/escape.h"
-#include "host/common/iso_time.h"
 #include "host/common/json_line.h"
 #include "host/common/output.h"
+#include "host/common/time_words.h"
 #include "host/common/until_signal.h"
 #include "host/explain/look.h"
 #include "host/explain/look_words.h"

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "host/common/iso_time.h"
+#include "host/common/time_words.h"
 #include "host/explain/look_words.h"
 
 namespace host {

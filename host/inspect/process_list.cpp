@@ -14,8 +14,8 @@
 
 #include "host/common/escape.h"
 #include "host/common/file_text.h"
+#include "host/common/words.h"
 #include "host/explain/process_reader.h"
-#include "host/explain/words.h"
 
 namespace host {
 namespace {

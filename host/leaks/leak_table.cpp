@@ -6,6 +6,7 @@
 #include <tuple>
 
 #include "host/common/escape.h"
+#include "host/common/time_words.h"
 #include "host/verdict/sentence.h"
 
 namespace host {

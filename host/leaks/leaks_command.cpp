@@ -10,10 +10,10 @@
 #include <memory>
 #include <string>
 
-#include "host/common/iso_time.h"
 #include "host/common/json_line.h"
 #include "host/common/option_checks.h"
 #include "host/common/output.h"
+#include "host/common/time_words.h"
 #include "host/common/until_signal.h"
 #include "host/feed/feed_client.h"
 #include "host/feed/feed_place.h"

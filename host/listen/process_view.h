@@ -2,7 +2,6 @@
 #ifndef HOST_LISTEN_PROCESS_VIEW_H_
 #define HOST_LISTEN_PROCESS_VIEW_H_
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,8 +11,8 @@
 namespace host {
 
 struct ProcessView {
-  std::optional<std::string> cgroup{};  // its path, from the root of our hierarchy
-  std::vector<std::string> command{};   // the words of its command line; empty if unknown or none
+  std::string cgroup{};                // as GroupPlace::path
+  std::vector<std::string> command{};  // the words of its command line; empty if unknown or none
 };
 
 // Looks at the record's process under `proc_root`. Empty where its files cannot be read or do not

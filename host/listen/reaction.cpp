@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "host/common/escape.h"
-#include "host/common/iso_time.h"
 #include "host/common/output.h"
+#include "host/common/time_words.h"
 
 namespace host {
 namespace {
@@ -64,8 +64,8 @@ std::vector<std::string> environment_for(const Record& record, const Sender& sen
   set("DETAIL", record.detail);
   set("SENDER_UID", std::to_string(sender.uid));
   set("SENDER_PID", std::to_string(sender.pid));
-  if (view.cgroup) {
-    set("CGROUP", *view.cgroup);
+  if (!view.cgroup.empty()) {
+    set("CGROUP", view.cgroup);
   }
   if (!view.command.empty()) {
     set("COMMAND_LINE", joined(view.command));

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "host/common/escape.h"
+#include "host/common/time_words.h"
 
 namespace host {
 namespace {
@@ -13,8 +14,6 @@ namespace {
 using judge::Resource;
 using judge::State;
 
-constexpr double kMinute = 60;
-constexpr double kHour = 3600;
 constexpr double kDay = 86400;
 
 // With one decimal below 10, where that is not 0.
@@ -64,14 +63,6 @@ std::string limit_words(const ToldVerdict& verdict) {
 
 }  // namespace
 
-std::string name_in_quotes(std::string_view text) {
-  std::string out = "\"";
-  for (const char c : escape_text(text)) {
-    out += c == '"' ? "\\x22" : std::string(1, c);
-  }
-  return out + "\"";
-}
-
 std::string resource_words(Resource resource) {
   return resource == Resource::kOpenFiles ? "open files" : judge::resource_name(resource);
 }
@@ -97,16 +88,9 @@ std::string rate_words(Resource resource, double rate_per_hour) {
          " an hour";
 }
 
-std::string span_words(double seconds) {
-  return seconds < 1.5 * kMinute ? number(std::round(seconds)) + " s"
-         : seconds < 1.5 * kHour ? number(std::round(seconds / kMinute)) + " min"
-         : seconds < 2 * kDay    ? number(std::round(seconds / kHour)) + " h"
-                                 : number(std::round(seconds / kDay)) + " days";
-}
-
 std::string verdict_sentence(const ToldVerdict& verdict) {
   const double ago = seconds_between(verdict.since, verdict.time);
-  std::string text = name_in_quotes(verdict.name) + " (pid " + std::to_string(verdict.pid) +
+  std::string text = quote_text(verdict.name) + " (pid " + std::to_string(verdict.pid) +
                      (verdict.unit.empty() ? "" : ", " + escape_text(verdict.unit)) + ") " +
                      head(verdict) + ": " + level_words(verdict.resource, verdict.from) + " -> " +
                      level_words(verdict.resource, verdict.now) + " since " +

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <string>
-#include <string_view>
 
 #include "host/verdict/told_verdict.h"
 
@@ -16,17 +15,12 @@ namespace host {
 // Names are escaped, also their quotes, so that none can pass for a part of the sentence.
 std::string verdict_sentence(const ToldVerdict& verdict);
 
-// `text` in double quotes, escaped so that it stays within them.
-std::string name_in_quotes(std::string_view text);
-
 // "memory", "threads", "open files".
 std::string resource_words(judge::Resource resource);
 // A level of the resource: "812 kB", "1.3 MB", "45 MB", or a count.
 std::string level_words(judge::Resource resource, double level);
 // "60 MB an hour", "0.7 an hour".
 std::string rate_words(judge::Resource resource, double rate_per_hour);
-// "40 s", "25 min", "17 h", "3 days".
-std::string span_words(double seconds);
 
 }  // namespace host
 

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "host/common/iso_time.h"
+#include "host/common/time_words.h"
 
 namespace host {
 namespace {

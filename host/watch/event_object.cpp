@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "host/common/event_kinds.h"
-#include "host/common/iso_time.h"
+#include "host/common/time_words.h"
 
 namespace host {
 namespace {

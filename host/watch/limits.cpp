@@ -1,11 +1,12 @@
 #include "host/watch/limits.h"
 
 #include <algorithm>
-#include <charconv>
 #include <optional>
 
 #include "host/common/file_text.h"
+#include "host/common/words.h"
 #include "host/explain/group_place.h"
+#include "host/explain/whom.h"
 
 namespace host {
 namespace {
@@ -23,19 +24,10 @@ constexpr size_t kGroupsAtOnce = 8;
 
 constexpr size_t kFileMax = 16384;
 
-// The number that follows `key` and blanks in `text`.
-std::optional<int64_t> number_after(std::string_view text, std::string_view key) {
-  const size_t at = text.starts_with(key) ? 0 : text.find("\n" + std::string(key));
-  if (at == text.npos) {
-    return std::nullopt;
-  }
-  const size_t begin = text.find_first_not_of(" \t", at + key.size() + (at == 0 ? 0 : 1));
+// The number of 0 or more that follows `key` in a line; -1 if there is none.
+int64_t number_after(std::string_view text, std::string_view key) {
   int64_t value = 0;
-  if (begin == text.npos) {
-    return std::nullopt;
-  }
-  const auto [rest, error] = std::from_chars(text.data() + begin, text.data() + text.size(), value);
-  return error == std::errc() && value >= 0 ? std::optional(value) : std::nullopt;
+  return parse_number(word_after(text, key), &value) && value >= 0 ? value : -1;
 }
 
 int64_t or_unknown(const std::optional<int64_t>& value) {
@@ -43,10 +35,6 @@ int64_t or_unknown(const std::optional<int64_t>& value) {
 }
 
 }  // namespace
-
-int64_t parse_open_files_limit(std::string_view text) {
-  return or_unknown(number_after(text, "Max open files"));
-}
 
 LimitReader::LimitReader(Places places) : places_(std::move(places)), groups_(1) {}
 
@@ -86,8 +74,9 @@ Limits LimitReader::look(int32_t pid, double now, Place* place) {
 
 void LimitReader::read(int32_t pid, double now, Place* place) {
   const std::string process = places_.proc_root + "/" + std::to_string(pid);
-  const int64_t files = parse_open_files_limit(read_file(process + "/limits", kFileMax).text);
-  place->open_files = static_cast<int32_t>(std::min<int64_t>(files, INT32_MAX));
+  const int64_t files = open_files_limit_of(read_file(process + "/limits", kFileMax).text);
+  place->open_files =
+      files == Whom::kUnlimited ? -1 : static_cast<int32_t>(std::min<int64_t>(files, INT32_MAX));
   const FileText groups = read_file(process + "/cgroup", kFileMax);
   place->group = groups.error == 0 ? find_group(groups.text, now) : 0;
   // Not all at once when a watch begins with many.
@@ -109,7 +98,7 @@ uint32_t LimitReader::find_group(const std::string& text, double now) {
   Group& group = groups_[free];
   group.key = text;
   group.paths = parse_control_groups(text);
-  const GroupPlace place = parse_cgroup(text);
+  const GroupPlace place = place_of(group.paths);
   group.unit = place.unit.empty() ? place.container : place.unit;
   group.used = now;
   read_group(now, &group);
@@ -125,16 +114,15 @@ void LimitReader::read_group(double now, Group* group) {
 void LimitReader::read_system(double now) {
   system_due_ = now + kSystemInterval;
   const std::string& root = places_.proc_root;
-  available_kb_ =
-      or_unknown(number_after(read_file(root + "/meminfo", 2048).text, "MemAvailable:"));
+  available_kb_ = number_after(read_file(root + "/meminfo", 2048).text, "MemAvailable:");
   // "0.00 0.01 0.05 1/123 4567": of all tasks, and the last pid given out (proc(5)).
   const std::string load = read_file(root + "/loadavg", 256).text;
-  const auto tasks = number_after(load.substr(std::min(load.size(), load.find('/'))), "/");
-  const auto most = number_after(read_file(root + "/sys/kernel/threads-max", 64).text, "");
-  const auto pids = number_after(read_file(root + "/sys/kernel/pid_max", 64).text, "");
+  const int64_t tasks = number_after(load.substr(std::min(load.size(), load.find('/'))), "/");
+  const int64_t most = number_after(read_file(root + "/sys/kernel/threads-max", 64).text, "");
+  const int64_t pids = number_after(read_file(root + "/sys/kernel/pid_max", 64).text, "");
   threads_room_ = -1;
-  if (tasks && most && pids) {
-    threads_room_ = std::max<int64_t>(0, std::min(*most, *pids) - *tasks);
+  if (tasks >= 0 && most >= 0 && pids >= 0) {
+    threads_room_ = std::max<int64_t>(0, std::min(most, pids) - tasks);
   }
 }
 

@@ -5,15 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "host/common/control_groups.h"
 
 namespace host {
-
-// The soft limit of open files in a text of /proc/<pid>/limits; -1 if there is none.
-int64_t parse_open_files_limit(std::string_view text);
 
 // -1 for what is not known or not limited.
 struct Limits {

@@ -20,6 +20,7 @@
 #include "host/common/escape.h"
 #include "host/common/option_checks.h"
 #include "host/common/output.h"
+#include "host/common/time_words.h"
 #include "host/feed/feed_place.h"
 #include "host/feed/feed_server.h"
 #include "host/verdict/sentence.h"

@@ -13,11 +13,11 @@
 #include <vector>
 
 #include "host/common/escape.h"
-#include "host/common/iso_time.h"
 #include "host/common/journal.h"
 #include "host/common/json_line.h"
 #include "host/common/output.h"
 #include "host/common/record_format.h"
+#include "host/common/time_words.h"
 #include "host/verdict/journal_entry.h"
 #include "host/verdict/sentence.h"
 #include "host/verdict/verdict_object.h"

@@ -1,12 +1,13 @@
 // Taking the texts of the process file system apart: words between blanks, numbers, lines. What is
 // not as it should be is empty or 0.
-#ifndef HOST_EXPLAIN_WORDS_H_
-#define HOST_EXPLAIN_WORDS_H_
+#ifndef HOST_COMMON_WORDS_H_
+#define HOST_COMMON_WORDS_H_
 
 #include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace host {
@@ -62,6 +63,23 @@ void each_line_of(std::string_view text, Take take) {
   }
 }
 
+// What follows `key` in the first line of `text` that begins with it; nothing where none does.
+inline std::optional<std::string_view> rest_of_line(std::string_view text, std::string_view key) {
+  while (!text.empty()) {
+    const std::string_view line = take_until(&text, '\n');
+    if (line.starts_with(key)) {
+      return line.substr(key.size());
+    }
+  }
+  return std::nullopt;
+}
+
+// The first word of that; empty where there is none.
+inline std::string_view word_after(std::string_view text, std::string_view key) {
+  std::string_view rest = rest_of_line(text, key).value_or(std::string_view());
+  return take_word(&rest);
+}
+
 }  // namespace host
 
-#endif  // HOST_EXPLAIN_WORDS_H_
+#endif  // HOST_COMMON_WORDS_H_
