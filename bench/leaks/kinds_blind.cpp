@@ -245,12 +245,6 @@ double pace(Random& r) {
   return r.scale(0.005, 0.12);
 }
 
-void leak(Life* life, double onset, judge::Resource resource = judge::Resource::kMemory) {
-  life->leaks = true;
-  life->onset = onset;
-  life->resource = resource;
-}
-
 void reconnects(Random& r, Life* life) {
   // A listener is lost at each reconnect; they come singly, and at times many together.
   const double b = base(r), rate = b * pace(r), every = r.scale(60, 1800);

@@ -160,12 +160,6 @@ double pace(Random& r) {
   return r.scale(0.005, 0.15);
 }
 
-void leak(Life* life, double onset, judge::Resource resource = judge::Resource::kMemory) {
-  life->leaks = true;
-  life->onset = onset;
-  life->resource = resource;
-}
-
 void straight(Random& r, Life* life) {
   const double b = base(r), rate = b * pace(r);
   Level churn = wander(r, 0.008, 1200);

@@ -124,12 +124,6 @@ double pace(Random& r) {
   return r.scale(0.005, 0.1);
 }
 
-void leak(Life* life, double onset, judge::Resource resource = judge::Resource::kMemory) {
-  life->leaks = true;
-  life->onset = onset;
-  life->resource = resource;
-}
-
 void steady(Random& r, Life* life) {
   const double b = base(r), rate = b * pace(r);
   leak(life, 0);

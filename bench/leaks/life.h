@@ -84,6 +84,13 @@ Trace see(const Kind& kind, uint64_t seed);
 
 // --- What kinds are made of.
 
+// Says that the life leaks, what and from when on.
+inline void leak(Life* life, double onset, judge::Resource resource = judge::Resource::kMemory) {
+  life->leaks = true;
+  life->onset = onset;
+  life->resource = resource;
+}
+
 // How busy a service is, about 0 to 1: days of different height, and noise.
 Level daily_load(Random& random, double depth);
 // Noise that forgets itself after `memory` seconds, around 0.

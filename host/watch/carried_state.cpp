@@ -80,96 +80,85 @@ class Reader {
   bool failed_ = false;
 };
 
+template <typename Item, typename Of>
+concept Is = std::is_same_v<std::remove_const_t<Item>, Of>;
+
+// The members of what is carried, named the same when they are written and when they are read.
+void each_member(Is<pid_t> auto& child, auto visit) {
+  visit("pid", &child);
+}
+
+void each_member(Is<SparedProcess> auto& process, auto visit) {
+  visit("pid", &process.pid);
+  visit("start", &process.start_time);
+  visit("uid", &process.uid);
+  visit("file", &process.file);
+  visit("next_try_ms", &process.next_try_ms);
+  visit("delay_ms", &process.delay_ms);
+}
+
+void each_member(Is<SparedUser> auto& user, auto visit) {
+  visit("uid", &user.uid);
+  visit("until_ms", &user.until_ms);
+}
+
+void each_member(Is<Hold> auto& hold, auto visit) {
+  visit("uid", &hold.uid);
+  visit("at_ms", &hold.at_ms);
+}
+
+void each_member(Is<Share> auto& share, auto visit) {
+  visit("uid", &share.uid);
+  visit("since_ms", &share.since_ms);
+  visit("spent_ms", &share.spent_ms);
+}
+
+// Its lists are visited by `visit_list`.
+void each_member(Is<CarriedState> auto& state, auto visit, auto visit_list) {
+  visit("comm", &state.comm);
+  visit("held_by", &state.held_by);
+  visit("baselines", &state.baselines);
+  visit("listener", &state.listener);
+  visit("is_paused", &state.is_paused);
+  visit("wants_dump", &state.wants_dump);
+  visit("undelivered", &state.undelivered);
+  visit("refused_senders", &state.refused_senders);
+  visit("refused_texts", &state.refused_texts);
+  visit("first_try_ms", &state.sparing.first_try_ms);
+  visit_list("children", &state.children);
+  visit_list("processes", &state.sparing.processes);
+  visit_list("users", &state.sparing.users);
+  visit_list("holds", &state.sparing.holds);
+  visit_list("shares", &state.sparing.shares);
+}
+
 // The text has to outlive every byte string that a process chose: none is in the JSON but `comm`,
 // which is ours.
 Json json_of(const CarriedState& state, pid_t pid) {
-  Json processes = Json::array();
-  for (const SparedProcess& process : state.sparing.processes) {
-    processes.push_back({{"pid", process.pid},
-                         {"start", process.start_time},
-                         {"uid", process.uid},
-                         {"file", process.file},
-                         {"next_try_ms", process.next_try_ms},
-                         {"delay_ms", process.delay_ms}});
-  }
-  Json users = Json::array();
-  for (const SparedUser& user : state.sparing.users) {
-    users.push_back({{"uid", user.uid}, {"until_ms", user.until_ms}});
-  }
-  Json holds = Json::array();
-  for (const Hold& hold : state.sparing.holds) {
-    holds.push_back({{"uid", hold.uid}, {"at_ms", hold.at_ms}});
-  }
-  Json shares = Json::array();
-  for (const Share& share : state.sparing.shares) {
-    shares.push_back(
-        {{"uid", share.uid}, {"since_ms", share.since_ms}, {"spent_ms", share.spent_ms}});
-  }
-  Json children = Json::array();
-  for (const pid_t child : state.children) {
-    children.push_back({{"pid", child}});
-  }
-  Json attachments = Json::array();
+  Json object = {{"version", kVersion}, {"of", pid}};
+  const auto writes_to = [](Json* to) {
+    return [to](const char* key, const auto* member) { (*to)[key] = *member; };
+  };
+  each_member(state, writes_to(&object), [&](const char* key, const auto* items) {
+    Json& list = object[key] = Json::array();
+    for (const auto& item : *items) {
+      each_member(item, writes_to(&list.emplace_back(Json::object())));
+    }
+  });
+  Json& attachments = object["attachments"] = Json::array();
   for (const auto& [name, bytes] : state.attachments) {
     attachments.push_back({{"name", name}, {"bytes", bytes.size()}});
   }
-  return {{"version", kVersion},
-          {"of", pid},
-          {"comm", state.comm},
-          {"held_by", state.held_by},
-          {"baselines", state.baselines},
-          {"listener", state.listener},
-          {"is_paused", state.is_paused},
-          {"wants_dump", state.wants_dump},
-          {"undelivered", state.undelivered},
-          {"refused_senders", state.refused_senders},
-          {"refused_texts", state.refused_texts},
-          {"first_try_ms", state.sparing.first_try_ms},
-          {"children", children},
-          {"processes", processes},
-          {"users", users},
-          {"holds", holds},
-          {"shares", shares},
-          {"attachments", attachments}};
+  return object;
 }
 
 bool take_members(Reader& reader, CarriedState* state) {
-  reader.take("comm", &state->comm);
-  reader.take("held_by", &state->held_by);
-  reader.take("baselines", &state->baselines);
-  reader.take("listener", &state->listener);
-  reader.take("is_paused", &state->is_paused);
-  reader.take("wants_dump", &state->wants_dump);
-  reader.take("undelivered", &state->undelivered);
-  reader.take("refused_senders", &state->refused_senders);
-  reader.take("refused_texts", &state->refused_texts);
-  reader.take("first_try_ms", &state->sparing.first_try_ms);
-  reader.take_all("children",
-                  [state](Reader& child) { child.take("pid", &state->children.emplace_back()); });
-  reader.take_all("processes", [state](Reader& process) {
-    SparedProcess& to = state->sparing.processes.emplace_back();
-    process.take("pid", &to.pid);
-    process.take("start", &to.start_time);
-    process.take("uid", &to.uid);
-    process.take("file", &to.file);
-    process.take("next_try_ms", &to.next_try_ms);
-    process.take("delay_ms", &to.delay_ms);
-  });
-  reader.take_all("users", [state](Reader& user) {
-    SparedUser& to = state->sparing.users.emplace_back();
-    user.take("uid", &to.uid);
-    user.take("until_ms", &to.until_ms);
-  });
-  reader.take_all("holds", [state](Reader& hold) {
-    Hold& to = state->sparing.holds.emplace_back();
-    hold.take("uid", &to.uid);
-    hold.take("at_ms", &to.at_ms);
-  });
-  reader.take_all("shares", [state](Reader& share) {
-    Share& to = state->sparing.shares.emplace_back();
-    share.take("uid", &to.uid);
-    share.take("since_ms", &to.since_ms);
-    share.take("spent_ms", &to.spent_ms);
+  const auto takes_from = [](Reader* from) {
+    return [from](const char* key, auto* member) { from->take(key, member); };
+  };
+  each_member(*state, takes_from(&reader), [&](const char* key, auto* items) {
+    reader.take_all(key,
+                    [&](Reader& item) { each_member(items->emplace_back(), takes_from(&item)); });
   });
   // A pid that is none would stand for any child there is (waitpid(2)).
   return !reader.failed() && std::all_of(state->children.begin(), state->children.end(),
