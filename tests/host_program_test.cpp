@@ -462,13 +462,29 @@ TEST(InspectCommand, TellsTheEndOfAProcess) {
   }
 }
 
+// Nothing else that comes from the memory of the one is asked for, and all of the next.
 TEST(InspectCommand, WaitsForNoFileWithoutABound) {
-  MadeTree tree({{.pid = 7, .fds = 4}});
+  MadeTree tree({{.pid = 7, .fds = 4}, {.pid = 8}});
+  for (const std::string pid : {"7", "8"}) {
+    tree.write(pid + "/stat", pid + " (a) S 1 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 100 0");
+    tree.write(pid + "/cmdline", "word");
+    tree.write(pid + "/smaps",
+               "1000-2000 rw-p 0 00:00 0 [stack]\nSize: 4 kB\nRss: 9 kB\nVmFlags: rd\n");
+  }
   tree.remove("7/status");
   mkfifo((tree.root() / "7/status").c_str(), 0600);
-  const Json seen = object_of("7 --proc-root " + tree.root().string());
-  expect_nulls(seen, {{"divisions", "did not answer in time"}});
+  Program program("inspect --json 7 8 --proc-root " + tree.root().string());
+  const Json seen = Json::parse(program.until("\n"));
+  expect_nulls(seen,
+               {{"divisions", "did not answer in time"}, {"memory", "did not answer in time"}});
   EXPECT_EQ(seen["descriptors"], 4);
+  EXPECT_TRUE(seen["who"]["command_line"].is_null()) << seen;
+  const Json next = Json::parse(program.until("\n"));
+  EXPECT_EQ(next["name"], "word#8");
+  ASSERT_EQ(next["divisions"].size(), 18U) << next;
+  EXPECT_EQ(next["divisions"][5]["resident_kb"], 9);
+  EXPECT_EQ(next["memory"][0]["kb"], 9);
+  EXPECT_EQ(next["who"]["command_line"][0], "word");
 }
 
 }  // namespace

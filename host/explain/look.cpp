@@ -105,8 +105,13 @@ int answer_look(const LookAsked& asked, Deadline deadline, const Tell& tell) {
   tell_member(tell, kExists, is_same());
   Whom whom = look_at_whom(asked.whom, read);
   tell_member(tell, kWhom, whom);
-  look_at_command(asked.whom, read, link, &whom);
-  tell_member(tell, kWhom, whom);
+  if (asked.memory_answers || asked.whom.no_arguments) {
+    look_at_command(asked.whom, read, link, &whom);
+    tell_member(tell, kWhom, whom);
+  }
+  if (!asked.memory_answers) {
+    return ETIMEDOUT;
+  }
   if (asked.memory) {
     tell_held(Part::kMemory, read_memory(process, deadline));
     tell_member(tell, kExists, is_same());

@@ -42,6 +42,8 @@ struct LookAsked {
   bool threads = true;
   bool files = true;
   bool memory = true;
+  // If false, what comes from its memory is not read, and told as what did not answer in time.
+  bool memory_answers = true;
   std::chrono::milliseconds patience{100};
 };
 

@@ -68,7 +68,7 @@ class Inspection {
     inode_ = status.st_ino;
   }
 
-  Document take() {
+  Inspected take() {
     take_status();
     take_divisions();
     take_threads();
@@ -76,7 +76,7 @@ class Inspection {
     if (document_.why_nothing() == kEnded) {
       throw std::runtime_error("no process at \"" + escape_text(path_) + "\" any more");
     }
-    return std::move(document_);
+    return {std::move(document_), memory_answers_};
   }
 
  private:
@@ -144,9 +144,10 @@ class Inspection {
                                   [&](auto* to) { tw_process_check_status(pid_, to); });
     if (error == ETIMEDOUT) {
       // Its command line is what does not answer: the rest is read without.
-      spared_ = true;
+      memory_answers_ = false;
       taskwarden_spare_user(TASKWARDEN_EVERYBODY, 1);
       why = read(0, [&] { tw_process_check_status(pid_, &desc); });
+      taskwarden_spare_user(TASKWARDEN_EVERYBODY, 0);
     }
     if (why == kEnded) {
       desc = blank;
@@ -177,9 +178,10 @@ class Inspection {
     std::array<vma_division_t, VMA_DIVISION_COUNT> divisions = {};
     int error = ETIMEDOUT;
     const std::string why =
-        spared_ ? reason(error, "")
-                : read_within(kAreasPatience, "/smaps", &divisions, &error,
-                              [&](auto* to) { tw_process_check_smaps(pid_, to->data()); });
+        memory_answers_ ? read_within(kAreasPatience, "/smaps", &divisions, &error,
+                                      [&](auto* to) { tw_process_check_smaps(pid_, to->data()); })
+                        : reason(error, "");
+    memory_answers_ &= error != ETIMEDOUT;
     if (!why.empty()) {
       const bool none = error != 0 && memory_ == Memory::kNone && why != kEnded;
       document_.set("divisions", {}, none ? "" : why);
@@ -233,14 +235,14 @@ class Inspection {
   const unique_fd held_;
   ino_t inode_ = 0;
   Memory memory_ = Memory::kUnknown;
-  bool spared_ = false;  // what comes from its memory is not read any more
+  bool memory_answers_ = true;
   ReaderOutput output_;
   Document document_;
 };
 
 }  // namespace
 
-Document inspect_process(int pid, const std::string& root) {
+Inspected inspect_process(int pid, const std::string& root) {
   return Inspection(pid, root).take();
 }
 

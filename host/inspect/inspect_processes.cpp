@@ -25,9 +25,10 @@ namespace {
 // Somebody waits for one answer, and the kernel may have to walk gigabytes for it.
 constexpr std::chrono::seconds kPatience{5};
 
-Look look_again(int pid, const ProcessOptions& options) {
+Look look_again(int pid, const ProcessOptions& options, bool memory_answers = true) {
   return look_at(
       {.whom = {.pid = pid, .proc_root = options.proc_root, .no_arguments = options.no_arguments},
+       .memory_answers = memory_answers,
        .patience = kPatience});
 }
 
@@ -88,8 +89,8 @@ class Inspector {
   // Prints the process, and keeps the look at it. False where it does not exist.
   bool print(int pid) {
     try {
-      Document document = inspect_process(pid, options_.proc_root);
-      Look look = look_again(pid, options_);
+      auto [document, memory_answers] = inspect_process(pid, options_.proc_root);
+      Look look = look_again(pid, options_, memory_answers);
       attach(look, &document);
       const bool is_first = looks_.empty();
       write(options_.json ? document.json({{"pid", pid}})
