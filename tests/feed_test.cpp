@@ -52,7 +52,7 @@ class Feed : public testing::Test {
   }
 
   const MadeTree folder{};
-  const std::string path = folder.root() / "run/feed";
+  const std::string path = folder.root() / "feed";
   std::optional<host::FeedServer> server{};
 
  private:

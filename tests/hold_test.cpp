@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
 
@@ -289,6 +290,7 @@ TEST(CarriedState, LivesOnInTheNextImage) {
   own_network();
   pass_low_pids();
   const unique_fd listener = listen_on(kRecordSocket);
+  const MadeTree places;
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   const pid_t pid = fork();
@@ -297,6 +299,8 @@ TEST(CarriedState, LivesOnInTheNextImage) {
     state.listener = listener.get();
     state.undelivered = 5;
     const unique_fd left = leave_state(state);
+    setenv("STATE_DIRECTORY", (places.root() / "state").c_str(), 1);
+    setenv("RUNTIME_DIRECTORY", (places.root() / "run").c_str(), 1);
     dup2(ends[1], STDOUT_FILENO);
     dup2(ends[1], STDERR_FILENO);
     execl("/bin/sh", "sh", "-c",
@@ -325,6 +329,7 @@ TEST(CarriedState, LivesOnInTheNextImage) {
   int status = -1;
   waitpid(pid, &status, 0);
   EXPECT_EQ(status, 0);
+  EXPECT_TRUE(std::filesystem::exists(places.root() / "state"));
 }
 
 TEST(ProcessIdentity, IsThatOfTheProcess) {

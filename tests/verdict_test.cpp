@@ -271,7 +271,7 @@ judge::Judge judge_of_one() {
 
 TEST(StateFile, ComesBackOrIsLeftAside) {
   const MadeTree folder;
-  const std::string path = folder.root() / "deep/judge.state";
+  const std::string path = folder.root() / "judge.state";
   const auto loaded = [&path](const std::string& boot) {
     judge::Judge judge([](const judge::Verdict&) {});
     host::StateFile(path, boot).load(&judge);
@@ -292,8 +292,9 @@ TEST(StateFile, ComesBackOrIsLeftAside) {
   foreign.load(&fresh);
   foreign.save(fresh);
   EXPECT_EQ(std::filesystem::file_size(path), 8u);
-  // A place that cannot be written to costs a line.
-  host::StateFile("/proc/none/judge.state", "boot").save(fresh);
+  // A place that cannot be written to costs a line; a folder that lacks is not made.
+  host::StateFile(folder.root() / "none/judge.state", "boot").save(fresh);
+  EXPECT_FALSE(std::filesystem::exists(folder.root() / "none"));
   host::StateFile("", "boot").save(fresh);
 }
 

@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <system_error>
 #include <utility>
 
 #include "host/common/local_socket.h"
@@ -83,10 +82,6 @@ unique_fd offer_feed(const std::string& path) {
     return {};
   }
   const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-  std::error_code error;
-  if (!folder.empty() && std::filesystem::create_directories(folder, error)) {
-    ::chmod(folder.c_str(), ::geteuid() == 0 ? 0755 : 0700);
-  }
   unique_fd fd(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const auto bound = [&] {
     const mode_t before = ::umask(0177);

@@ -21,10 +21,10 @@ std::string own_feed_place();
 // Where a reader looks for one: the system's, then that of its user.
 std::vector<std::string> feed_places();
 
-// A listening socket at `path`, non-blocking and close-on-exec, in a folder that is made if it is
-// not there. A socket that nobody listens on any more gives way. Who may connect: the watch's user,
-// root, and, if there is a group "taskwarden" and it may be given to the socket, that group. Not
-// ok() on failure, with errno: EADDRINUSE when another watch offers its feed there.
+// A listening socket at `path`, non-blocking and close-on-exec. A socket that nobody listens on any
+// more gives way. Who may connect: the watch's user, root, and, if there is a group "taskwarden"
+// and it may be given to the socket, that group. Not ok() on failure, with errno: EADDRINUSE when
+// another watch offers its feed there.
 unique_fd offer_feed(const std::string& path);
 
 // A connection to the feed at `path`, blocking. Not ok() with errno: ENOENT or ECONNREFUSED when no

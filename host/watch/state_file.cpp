@@ -10,7 +10,6 @@
 
 #include <filesystem>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 #include "host/common/escape.h"
@@ -93,10 +92,6 @@ void StateFile::save(const judge::Judge& judge) {
 
 bool StateFile::write(const std::string& bytes) const {
   const std::filesystem::path folder = std::filesystem::path(path_).parent_path();
-  std::error_code error;
-  if (!folder.empty() && std::filesystem::create_directories(folder, error)) {
-    ::chmod(folder.c_str(), 0700);
-  }
   const std::string fresh = path_ + ".new";
   unique_fd fd(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
   // Root may write the state of a service that has a user of its own.

@@ -23,7 +23,7 @@ class StateFile {
   // A file of something else is never written to.
   void load(judge::Judge* judge);
   // Writes the state, whole or not at all: to a new file that then takes the place of the old.
-  // Makes the folder if it is not there. The first failure is said, until one succeeds.
+  // The first failure is said, until one succeeds.
   void save(const judge::Judge& judge);
 
  private:

@@ -20,6 +20,7 @@
 #include "host/common/escape.h"
 #include "host/common/option_checks.h"
 #include "host/common/output.h"
+#include "host/common/own_folder.h"
 #include "host/common/time_words.h"
 #include "host/feed/feed_place.h"
 #include "host/feed/feed_server.h"
@@ -147,7 +148,12 @@ std::string state_path(const VerdictOptions& options, const std::string& proc_ro
   if (options.no_state || (verdicts->is_second && options.state.empty())) {
     return "";
   }
-  return options.state.empty() && proc_root == "/proc" ? default_state_path() : options.state;
+  if (!options.state.empty() || proc_root != "/proc") {
+    return options.state;
+  }
+  const std::string path = default_state_path();
+  make_own_folder(path, 0700);
+  return path;
 }
 
 }  // namespace
@@ -202,7 +208,9 @@ bool start_verdicts(const VerdictOptions& options, const std::string& proc_root,
     return false;
   }
   if (!options.no_feed) {
-    start_feed(options.feed.empty() ? own_feed_place() : options.feed);
+    const std::string own = options.feed.empty() ? own_feed_place() : "";
+    make_own_folder(own, ::geteuid() == 0 ? 0755 : 0700);
+    start_feed(options.feed.empty() ? own : options.feed);
   }
   Judging::Options judging;
   judging.places.proc_root = proc_root;
