@@ -60,10 +60,12 @@ TEST(BoundedReader, TakesAnyAnswer) {
   const long before = descriptors();
   for (const auto& row : rows) {
     const auto begin = std::chrono::steady_clock::now();
-    const host::FileText answer = answer_within(row.error == 0 ? 20000ms : 350ms, 8, row.work);
+    // A silence is not to begin before what was said is there.
+    const auto patience = row.error != ETIMEDOUT ? 60s : row.text == "a" ? 3000ms : 350ms;
+    const host::FileText answer = answer_within(patience, 8, row.work);
     EXPECT_EQ(answer.error, row.error) << row.about;
     EXPECT_TRUE(row.text == "*" || answer.text == row.text) << row.about << answer.text;
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s) << row.about;
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 30s) << row.about;
   }
   EXPECT_EQ(descriptors(), before);
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
@@ -77,7 +79,7 @@ TEST(BoundedReader, ReadsSomeFilesWhereOthersHang) {
   const std::string root = tree.root();
   mkfifo((root + "/7/cmdline").c_str(), 0600);
   const auto files = host::read_files_within(
-      {root + "/none", root + "/large", root + "/7/cmdline", root + "/large"}, 50000, 300ms);
+      {root + "/none", root + "/large", root + "/7/cmdline", root + "/large"}, 50000, 3s);
   ASSERT_EQ(files.size(), 4U);
   EXPECT_EQ(files[0].error, ENOENT);
   EXPECT_TRUE(files[1].error == 0 && files[1].text.size() >= 50000);
@@ -93,7 +95,7 @@ TEST(BoundedReader, LeavesFewChildrenBehind) {
     for (;;) pause();
   }
   const auto answers = [] {
-    return answer_within(5s, 9, [](const Tell& tell) { return tell("a"), 0; }).error;
+    return answer_within(60s, 9, [](const Tell& tell) { return tell("a"), 0; }).error;
   };
   host::adopt_children(std::vector<pid_t>(host::kMostLeftBehind, stuck));
   EXPECT_EQ(host::children_left_behind().size(), host::kMostLeftBehind);
@@ -109,7 +111,7 @@ TEST(BoundedReader, AnswersManyThreads) {
     thread = std::jthread([] {
       for (int i = 0; i < 20; ++i) {
         EXPECT_EQ(
-            answer_within(20s, 99, [](const Tell& tell) { return tell(std::string(9, 'x')), 0; })
+            answer_within(60s, 99, [](const Tell& tell) { return tell(std::string(9, 'x')), 0; })
                 .text.size(),
             9U);
       }

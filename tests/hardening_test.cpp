@@ -195,7 +195,7 @@ TEST(Hardening, ACancellationActsInTheRest) {
 
 // What a forked child does: it calls whatever takes any thread, and ends.
 [[noreturn]] void call_and_end() {
-  alarm(20);
+  alarm(100);
   taskwarden_notify(1);
   taskwarden_notify(0);
   taskwarden_request_dump();

@@ -178,28 +178,28 @@ TEST(HostProgram, WatchSaysWhoGrewAndHow) {
     Child child("secret word");
     Program program("watch --no-service --no-state " +
                     std::string(json ? "--log-format json --no-arguments" : ""));
-    std::atomic<bool> done = false;
-    std::thread grower([&] {
-      for (; !done; std::this_thread::sleep_for(std::chrono::milliseconds(200))) {
+    const std::jthread grower([&](const std::stop_token& stop) {
+      for (; !stop.stop_requested(); std::this_thread::sleep_for(std::chrono::milliseconds(200))) {
         child.command("files 5");
       }
     });
     const std::string pid = std::to_string(child.pid());
+    // A machine without time has events unexplained; there are more.
     for (const char* more : {"\"holds\":[{\"count\":", "\"grew\":[{\"increase\":"}) {
-      if (!json) break;
-      EXPECT_TRUE(program.says("\",\"pid\":" + pid + ","));
-      const std::string event = program.until("\n");
-      EXPECT_NE(event.find("\"who\":{\"command_line\":[\"/"), event.npos) << event;
-      EXPECT_NE(event.find(more), event.npos) << event;
-      EXPECT_EQ(event.find("secret word\""), event.npos) << event;
+      for (std::string event; json && event.find(more) == event.npos;) {
+        ASSERT_TRUE(program.says("\",\"pid\":" + pid + ","));
+        event = program.until("\n");
+        EXPECT_TRUE(event.find(more) == event.npos ||
+                    event.find("\"who\":{\"command_line\":[\"/") != event.npos)
+            << event;
+        EXPECT_EQ(event.find("secret word\""), event.npos) << event;
+      }
     }
     for (const char* more : {"-> Its open files by name:\n\t device \"/dev/null\": ",
                              "\t command line: secret word\n", " more, now "}) {
       if (json) break;
       EXPECT_TRUE(program.says(more));
     }
-    done = true;
-    grower.join();
   }
 }
 

@@ -13,7 +13,7 @@ class RecordListener {
 
   // All bytes of the next connection, its terminating NUL included, once its sender has closed it;
   // "(nothing)" when none came within `timeout_ms`.
-  std::string next(int timeout_ms = 2000);
+  std::string next(int timeout_ms = 60000);
 
   int fd() const { return socket_.get(); }
 
