@@ -25,6 +25,32 @@ namespace {
 
 using namespace std::chrono_literals;
 
+// Runs `test` as the first process of a pid namespace, with the old /proc, where that is allowed.
+bool in_own_pids(const std::function<void()>& test) {
+  const pid_t outer = fork();
+  if (outer == 0) {
+    if (unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) _exit(77);
+    const pid_t inner = fork();
+    if (inner == 0) {
+      test();
+      _exit(testing::Test::HasFailure());
+    }
+    int status = 1;
+    waitpid(inner, &status, 0);
+    _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
+  }
+  int status = 0;
+  waitpid(outer, &status, 0);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 77) return false;
+  EXPECT_EQ(status, 0);
+  return true;
+}
+
+bool mount_own_proc() {
+  return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("proc", "/proc", "proc", 0, nullptr) == 0;
+}
+
 class KeptVisits : public testing::Test {
  protected:
   KeptVisits() {
@@ -34,6 +60,17 @@ class KeptVisits : public testing::Test {
   ~KeptVisits() override {
     taskwarden_visit_only_what_ran(0);
     tw_settle_kept_visits();
+  }
+
+  // Runs `test` where there are no other processes, whose ends and ranks make for further readings,
+  // or here where that is not allowed.
+  static void alone(const std::function<void()>& test) {
+    const bool allowed = in_own_pids([&] {
+      ASSERT_TRUE(mount_own_proc());
+      tw_settle_kept_visits();
+      test();
+    });
+    if (!allowed) test();
   }
 
   tw_process_note& note(pid_t pid) {
@@ -69,139 +106,152 @@ class KeptVisits : public testing::Test {
 };
 
 TEST_F(KeptVisits, ReadWhatMayHaveChanged) {
-  Child child("a");
-  const pid_t pid = child.pid();
-  watch(pid);
-  uint32_t unreadable = 0;
-  const struct {
-    const char* what;
-    std::function<void()> prepare;
-    const char* visits;  // (r)ead or (k)ept
-  } rows[] = {
-      {"asleep", [] {}, "kkk"},
-      {"ran",
-       [&] {
-         child.command("files 1");
-         settle(pid);
-       },
-       "rk"},
-      {"what is unknown stays so",
-       [&] {
-         note(pid).known = 0;
-         unreadable = tw_unreadable_count(w.list);
-       },
-       "k"},
-      {"the same", [&] { EXPECT_GT(tw_unreadable_count(w.list), unreadable); }, "k"},
-      {"was running", [&] { entry(pid).desc.state = 'R'; }, "rk"},
-      {"was waiting for a disk", [&] { entry(pid).desc.state = 'D'; }, "rk"},
-      {"was stopped", [&] { entry(pid).desc.state = 'T'; }, "k"},
-      {"has no baseline", [&] { entry(pid).baseline_taken = false; }, "rk"},
-      {"is interesting", [&] { entry(pid).interested = true; }, "rr"},
-      {"no more", [&] { entry(pid).interested = false; }, "k"},
-      {"an event on kept numbers", [&] { entry(pid).baseline.threads = 0; }, "krrrrrk"},
-      {"another clock, which has run less", [&] { note(pid).reading.cpu_ns += 1000000000; }, "rk"},
-      {"could not be read", [&] { note(pid).reading.is_whole = false; }, "rk"},
-      {"its parent left", [&] { tw_note_gone(static_cast<uint32_t>(getpid())); }, "rrk"},
-      {"has another name",
-       [&] {
-         note(pid).reading.shares = true;
-         child.command("exec b");
-         settle(pid);
-       },
-       "rrrrrrk"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
-    row.prepare();
-    std::string visits;
-    while (visits.size() < strlen(row.visits)) {
-      visits += reads(pid) ? 'r' : 'k';
-      if (row.what[0] != 'i') entry(pid).interested = false;  // by rank
+  alone([&] {
+    Child child("a");
+    const pid_t pid = child.pid();
+    watch(pid);
+    uint32_t unreadable = 0;
+    const struct {
+      const char* what;
+      std::function<void()> prepare;
+      const char* visits;  // (r)ead or (k)ept
+    } rows[] = {
+        {"asleep", [] {}, "kkk"},
+        {"ran",
+         [&] {
+           child.command("files 1");
+           settle(pid);
+         },
+         "rk"},
+        {"what is unknown stays so",
+         [&] {
+           note(pid).known = 0;
+           unreadable = tw_unreadable_count(w.list);
+         },
+         "k"},
+        {"the same", [&] { EXPECT_GT(tw_unreadable_count(w.list), unreadable); }, "k"},
+        {"was running", [&] { entry(pid).desc.state = 'R'; }, "rk"},
+        {"was waiting for a disk", [&] { entry(pid).desc.state = 'D'; }, "rk"},
+        {"was stopped", [&] { entry(pid).desc.state = 'T'; }, "k"},
+        {"has no baseline", [&] { entry(pid).baseline_taken = false; }, "rk"},
+        {"is interesting", [&] { entry(pid).interested = true; }, "rr"},
+        {"no more", [&] { entry(pid).interested = false; }, "k"},
+        {"an event on kept numbers", [&] { entry(pid).baseline.threads = 0; }, "krrrrrk"},
+        {"another clock, which has run less", [&] { note(pid).reading.cpu_ns += 1000000000; },
+         "rk"},
+        {"could not be read", [&] { note(pid).reading.is_whole = false; }, "rk"},
+        {"its parent left", [&] { tw_note_gone(static_cast<uint32_t>(getpid())); }, "rrk"},
+        {"has another name",
+         [&] {
+           note(pid).reading.shares = true;
+           child.command("exec b");
+           settle(pid);
+         },
+         "rrrrrrk"},
+    };
+    for (const auto& row : rows) {
+      SCOPED_TRACE(row.what);
+      row.prepare();
+      std::string visits;
+      while (visits.size() < strlen(row.visits)) {
+        visits += reads(pid) ? 'r' : 'k';
+        if (row.what[0] != 'i') entry(pid).interested = false;  // by rank
+      }
+      EXPECT_EQ(visits, row.visits);
+      EXPECT_EQ(entry(pid).inspected_time, w.clock.us / 1000000);
     }
-    EXPECT_EQ(visits, row.visits);
-    EXPECT_EQ(entry(pid).inspected_time, w.clock.us / 1000000);
-  }
+  });
 }
 
 TEST_F(KeptVisits, EachIsReadOnceInARow) {
-  Child a("a"), b("b");
-  watch(a.pid()), watch(b.pid());
-  const uint32_t visits = note(a.pid()).files.visits = 0;  // no listing is due in the first 20
-  note(a.pid()).reading.visits = note(b.pid()).reading.visits = 0;
-  std::string reading[2];
-  for (int i = 0; i < 3 * TW_READING_RHYTHM; ++i) {
-    entry(b.pid()).desc.vm_hwm_kb = 1;
-    reading[0] += reads(a.pid(), true) ? 'r' : 'k';
-    reading[1] += entry(b.pid()).desc.vm_hwm_kb != 1 ? 'r' : 'k';
-    if (i < 20) {
-      EXPECT_EQ(note(a.pid()).files.visits, visits + 1 + static_cast<uint32_t>(i));
+  alone([&] {
+    Child a("a"), b("b");
+    watch(a.pid()), watch(b.pid());
+    const uint32_t visits = note(a.pid()).files.visits = 0;  // no listing is due in the first 20
+    note(a.pid()).reading.visits = note(b.pid()).reading.visits = 0;
+    std::string reading[2];
+    for (int i = 0; i < 3 * TW_READING_RHYTHM; ++i) {
+      entry(b.pid()).desc.vm_hwm_kb = 1;
+      entry(a.pid()).interested = entry(b.pid()).interested = false;  // by rank
+      reading[0] += reads(a.pid(), true) ? 'r' : 'k';
+      reading[1] += entry(b.pid()).desc.vm_hwm_kb != 1 ? 'r' : 'k';
+      if (i < 20) {
+        EXPECT_EQ(note(a.pid()).files.visits, visits + 1 + static_cast<uint32_t>(i));
+      }
     }
-  }
-  size_t at[2];
-  for (int i : {0, 1}) {
-    at[i] = reading[i].find('r');
-    std::string expected(reading[i].size(), 'k');
-    for (size_t turn = at[i]; turn < expected.size(); turn += TW_READING_RHYTHM)
-      expected[turn] = 'r';
-    EXPECT_EQ(reading[i], expected);
-    EXPECT_LT(at[i], TW_READING_RHYTHM);
-  }
-  EXPECT_EQ((at[0] - at[1]) % TW_READING_RHYTHM == 0, (a.pid() - b.pid()) % TW_READING_RHYTHM == 0);
+    size_t at[2];
+    for (int i : {0, 1}) {
+      at[i] = reading[i].find('r');
+      std::string expected(reading[i].size(), 'k');
+      for (size_t turn = at[i]; turn < expected.size(); turn += TW_READING_RHYTHM)
+        expected[turn] = 'r';
+      EXPECT_EQ(reading[i], expected);
+      EXPECT_LT(at[i], TW_READING_RHYTHM);
+    }
+    EXPECT_EQ((at[0] - at[1]) % TW_READING_RHYTHM == 0,
+              (a.pid() - b.pid()) % TW_READING_RHYTHM == 0);
+  });
 }
 
 TEST_F(KeptVisits, ZombiesStayAndTheGoneLeave) {
-  Child child("a");
-  const pid_t pid = child.pid();
-  watch(pid);
-  kill(pid, SIGKILL);
-  siginfo_t ended;
-  waitid(P_PID, static_cast<id_t>(pid), &ended, WEXITED | WNOWAIT);
-  w.pass();
-  EXPECT_EQ(entry(pid).desc.state, 'Z');
-  w.pass();
-  EXPECT_EQ(entry(pid).desc.state, 'Z');
-  child.end();
-  w.pass();
-  EXPECT_EQ(w.row(static_cast<uint32_t>(pid)), "free");
+  alone([&] {
+    Child child("a");
+    const pid_t pid = child.pid();
+    watch(pid);
+    kill(pid, SIGKILL);
+    siginfo_t ended;
+    waitid(P_PID, static_cast<id_t>(pid), &ended, WEXITED | WNOWAIT);
+    w.pass();
+    EXPECT_EQ(entry(pid).desc.state, 'Z');
+    w.pass();
+    EXPECT_EQ(entry(pid).desc.state, 'Z');
+    child.end();
+    w.pass();
+    EXPECT_EQ(w.row(static_cast<uint32_t>(pid)), "free");
+  });
 }
 
 TEST_F(KeptVisits, ANewParentIsSeen) {
-  prctl(PR_SET_CHILD_SUBREAPER, 1);
-  Child parent("a");
-  parent.command("fork 1");
-  pid_t pid = 0;
-  w.pass();
-  for (const uint32_t found : linked_pids(w.list)) {
-    if (w[found].desc.ppid == parent.pid()) pid = static_cast<pid_t>(found);
-  }
-  watch(pid);
-  parent.end();
-  w.pass(), w.pass();
-  EXPECT_EQ(entry(pid).desc.ppid, getpid());
-  EXPECT_FALSE(reads(pid));
-  kill(pid, SIGKILL), waitpid(pid, nullptr, 0);
-  prctl(PR_SET_CHILD_SUBREAPER, 0);
+  alone([&] {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    Child parent("a");
+    parent.command("fork 1");
+    pid_t pid = 0;
+    w.pass();
+    for (const uint32_t found : linked_pids(w.list)) {
+      if (w[found].desc.ppid == parent.pid()) pid = static_cast<pid_t>(found);
+    }
+    watch(pid);
+    parent.end();
+    w.pass(), w.pass();
+    EXPECT_EQ(entry(pid).desc.ppid, getpid());
+    EXPECT_FALSE(reads(pid));
+    kill(pid, SIGKILL), waitpid(pid, nullptr, 0);
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
+  });
 }
 
 // Either may open what the other then has open too, and sleep meanwhile.
 TEST_F(KeptVisits, WhoSharesIsRead) {
-  if (!tw_share_state(static_cast<uint32_t>(getpid()), static_cast<uint32_t>(getpid()))) {
-    GTEST_SKIP() << "who shares may not be asked";
-  }
-  Child parent("a");
-  parent.command("share 1");
-  pid_t pid = 0;
-  w.pass();
-  for (const uint32_t found : linked_pids(w.list)) {
-    if (w[found].desc.ppid == parent.pid()) pid = static_cast<pid_t>(found);
-  }
-  watch(parent.pid()), watch(pid);
-  EXPECT_TRUE(reads(pid) && reads(pid) && reads(parent.pid()) && reads(parent.pid()));
-  const int before = entry(pid).desc.open_files;
-  parent.command("files 2");
-  w.pass();
-  EXPECT_EQ(entry(pid).desc.open_files, before + 2);
-  kill(pid, SIGKILL);
+  alone([&] {
+    if (!tw_share_state(static_cast<uint32_t>(getpid()), static_cast<uint32_t>(getpid()))) {
+      GTEST_SKIP() << "who shares may not be asked";
+    }
+    Child parent("a");
+    parent.command("share 1");
+    pid_t pid = 0;
+    w.pass();
+    for (const uint32_t found : linked_pids(w.list)) {
+      if (w[found].desc.ppid == parent.pid()) pid = static_cast<pid_t>(found);
+    }
+    watch(parent.pid()), watch(pid);
+    EXPECT_TRUE(reads(pid) && reads(pid) && reads(parent.pid()) && reads(parent.pid()));
+    const int before = entry(pid).desc.open_files;
+    parent.command("files 2");
+    w.pass();
+    EXPECT_EQ(entry(pid).desc.open_files, before + 2);
+    kill(pid, SIGKILL);
+  });
 }
 
 TEST_F(KeptVisits, KindsAreCountedAndKernelTasksGoByTheirClock) {
@@ -219,32 +269,6 @@ TEST_F(KeptVisits, KindsAreCountedAndKernelTasksGoByTheirClock) {
   EXPECT_GE(kept, tasks / 2);  // a container has none
   EXPECT_EQ(w.list->kthread_count, tasks);
   EXPECT_EQ(w.list->native_count, natives);
-}
-
-// Runs `test` as the first process of a pid namespace, with the old /proc, where that is allowed.
-bool in_own_pids(const std::function<void()>& test) {
-  const pid_t outer = fork();
-  if (outer == 0) {
-    if (unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) _exit(77);
-    const pid_t inner = fork();
-    if (inner == 0) {
-      test();
-      _exit(testing::Test::HasFailure());
-    }
-    int status = 1;
-    waitpid(inner, &status, 0);
-    _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
-  }
-  int status = 0;
-  waitpid(outer, &status, 0);
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 77) return false;
-  EXPECT_EQ(status, 0);
-  return true;
-}
-
-bool mount_own_proc() {
-  return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         mount("proc", "/proc", "proc", 0, nullptr) == 0;
 }
 
 TEST_F(KeptVisits, OnlyWhereThePidsAreOurs) {

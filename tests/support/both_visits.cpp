@@ -40,7 +40,8 @@ struct Stat {
 
 Stat stat_of(const std::filesystem::path& task) {
   std::ifstream file(task / "stat");
-  std::string text((std::istreambuf_iterator<char>(file)), {});
+  std::string text;
+  std::getline(file, text, '\0');  // nothing once it is gone
   Stat stat = {0, '-'};
   const size_t name_end = text.rfind(')');
   if (name_end != text.npos)
