@@ -13,9 +13,12 @@
 #include "host/verdict/sentence.h"
 #include "host/verdict/verdict_object.h"
 #include "host/watch/alerts.h"
+#include "host/watch/event_sieve.h"
 #include "host/watch/limits.h"
+#include "host/watch/print_filter.h"
 #include "host/watch/sample_file.h"
 #include "host/watch/state_file.h"
+#include "host/watch/table_copy.h"
 #include "judge/saved_state.h"
 #include "support/made_tree.h"
 
@@ -147,6 +150,75 @@ TEST(Verdict, AlertsTellWhatIsBadEnoughAndItsEnd) {
   for (const auto& [state, wanted] : rows) {
     verdict.state = state;
     EXPECT_EQ(alerts.want(verdict), wanted) << judge::state_name(state);
+  }
+}
+
+// Whether what is about a process of user 7 is printed, half as old as the system or unknown.
+TEST(PrintFilter, LeavesOutWhatItIsTold) {
+  const double now = host::seconds_after_boot();
+  const auto start = static_cast<uint64_t>(now / 2 * static_cast<double>(sysconf(_SC_CLK_TCK)));
+  const uint32_t older = static_cast<uint32_t>(now) + 600;
+  MadeTree tree;
+  tree.write("9/status", "Name:\tx\nUid:\t7\t8\t8\t8\n");
+  tree.write(
+      "9/stat", "9 (x) S" +
+                    [] {
+                      std::string fields;
+                      for (int i = 4; i < 22; ++i) fields += " 0";
+                      return fields;
+                    }() +
+                    " " + std::to_string(start) + " 0");
+  const struct {
+    host::FilterOptions options;
+    host::PrintFilter::Process process;
+    bool is_set, shown;
+  } rows[] = {
+      {{}, {"mailer#9", 9}, false, true},
+      {{.ignored = {"x", "mail*"}}, {"mailer#9", 9}, true, false},
+      {{.ignored = {"mailer#9"}}, {"mailer#9", 9}, true, true},
+      {{.ignored = {"mailer"}}, {"mailer", 9}, true, false},
+      {{.ignored = {"[a-c]?"}}, {"b\xff#9", 9}, true, false},
+      {{.ignored = {"mail"}}, {"mailer#9", 9}, true, true},
+      {{.only_user = 7}, {"x#9", 9}, true, true},
+      {{.only_user = 8}, {"x#9", 9}, true, false},
+      {{.only_user = 7}, {"x#10", 10}, true, false},
+      {{.only_user = 0}, {"x", 0}, true, false},
+      {{.min_age = 1}, {"x#9", 9, start}, true, true},
+      {{.min_age = older}, {"x#9", 9, start}, true, false},
+      {{.min_age = older}, {"x#9", 9}, true, false},
+      {{.min_age = older}, {"x#10", 10}, true, true},
+      {{.only_user = 7, .min_age = older}, {"x#9", 9, start}, true, false},
+      {{.no_rankings = true}, {"x#9", 9}, true, true},
+  };
+  for (const auto& row : rows) {
+    const host::PrintFilter filter(row.options, tree.root());
+    EXPECT_EQ(filter.is_set(), row.is_set) << &row - rows;
+    EXPECT_EQ(filter.shows(row.process), row.shown) << &row - rows;
+    EXPECT_EQ(filter.shows_rankings(), !row.options.no_rankings);
+  }
+}
+
+// Reports, failures (f), and the events that are told: wanted (+) or not (-).
+TEST(EventSieve, TakesOutTheTextOfEvents) {
+  const std::string rule(host::kRule);
+  const std::pair<std::vector<std::string>, std::string> rows[] = {
+      {{"a", "\n", "b", "\n", "\n", "f", "+", "c"}, "a\nb\n\nfc"},
+      {{"\n", rule, "a", "f", "-", "b"}, "fb"},
+      {{"\n", rule, "a"}, ""},
+      {{"\n", rule, "a", "+", "b"}, "\n" + rule + "ab"},
+      {{"\n", rule, "a", "\n", rule, "b", "+", "c", "+"}, "\n" + rule + "a\n" + rule + "bc"},
+      {{"\n", rule, "a", "\n", rule, "b", "-", "c", "f", "-", "d"}, "fd"},
+      {{"+", "\n", rule, "a", "-", "-", "\n", rule, "b", "+"}, "\n" + rule + "b"},
+      {{rule, "-", "a"}, rule + "a"},
+  };
+  for (const auto& [texts, passed] : rows) {
+    std::string all;
+    host::EventSieve sieve([&all](const host::LogText& text) { all += text.text; });
+    for (const std::string& text : texts) {
+      text == "+" || text == "-" ? sieve.tell(text == "+")
+                                 : sieve.take({text != "f", "", text, {}});
+    }
+    EXPECT_EQ(all, passed);
   }
 }
 

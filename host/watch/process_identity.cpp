@@ -17,4 +17,14 @@ std::optional<ProcessIdentity> identify(unsigned pid, const std::string& root) {
   return ProcessIdentity{parsed->name, parsed->start, status.st_uid};
 }
 
+std::string_view without_pid(std::string_view name, uint32_t pid) {
+  constexpr size_t kCut = 63;
+  const std::string tail = "#" + std::to_string(pid);
+  const size_t hash = name.rfind('#');
+  const bool is_tail =
+      hash != name.npos &&
+      (name.substr(hash) == tail || (name.size() == kCut && tail.starts_with(name.substr(hash))));
+  return is_tail ? name.substr(0, hash) : name;
+}
+
 }  // namespace host

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace host {
 
@@ -18,6 +19,9 @@ struct ProcessIdentity {
 
 // The process `pid` of the process file system at `root`; none where there is none.
 std::optional<ProcessIdentity> identify(unsigned pid, const std::string& root);
+
+// A name of the library's, "name#pid", without "#pid", of which a long name may have only a part.
+std::string_view without_pid(std::string_view name, uint32_t pid);
 
 }  // namespace host
 

@@ -3,7 +3,8 @@
 #include <time.h>
 
 #include <algorithm>
-#include <cstdio>
+
+#include "host/watch/process_identity.h"
 
 namespace host {
 namespace {
@@ -11,16 +12,6 @@ namespace {
 // For a small machine; more when it is needed.
 constexpr size_t kProcesses = 512;
 constexpr size_t kNameBytes = 16;  // a process
-
-std::string_view without_pid(const taskwarden_process& process) {
-  char suffix[16];
-  const int length = ::snprintf(suffix, sizeof(suffix), "#%u", process.pid);
-  std::string_view name(process.name.data, process.name.length);
-  if (name.ends_with(std::string_view(suffix, static_cast<size_t>(length)))) {
-    name.remove_suffix(static_cast<size_t>(length));
-  }
-  return name;
-}
 
 SampledProcess sampled(const taskwarden_process& process) {
   const auto knows = [&process](uint32_t bit) { return (process.known & bit) != 0; };
@@ -85,7 +76,9 @@ void TableCopy::copy(const taskwarden_table* table) {
       continue;
     }
     const bool is_known = (process.known & TASKWARDEN_KNOWN_NAME) != 0;
-    const std::string_view name = is_known ? without_pid(process) : std::string_view();
+    const std::string_view name =
+        is_known ? without_pid({process.name.data, process.name.length}, process.pid)
+                 : std::string_view();
     if (pass_.rows.size() == pass_.rows.capacity() ||
         pass_.names.size() + name.size() > pass_.names.capacity()) {
       pass_.whole = false;

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -37,7 +38,17 @@ using judge::State;
 
 // What lives for as long as the process.
 struct Verdicts {
-  explicit Verdicts(const VerdictOptions& options) : alerts(options.alert_on) {}
+  Verdicts(const VerdictOptions& options, const PrintFilter* shown)
+      : alerts(options.alert_on), filter(shown) {}
+
+  // Whether to print it: as for the alerts, the end of what was printed is.
+  bool is_wanted(const ToldVerdict& verdict) {
+    const bool is_shown =
+        filter == nullptr || verdict.state == State::kEnded ||
+        filter->shows({verdict.name, static_cast<uint32_t>(verdict.pid),
+                       static_cast<uint64_t>(std::max<int64_t>(verdict.start, 0))});
+    return is_shown && alerts.want(verdict);
+  }
 
   void tell(const ToldVerdict& verdict) {
     ++counts[static_cast<size_t>(verdict.state)];
@@ -50,14 +61,14 @@ struct Verdicts {
     } else if (!verdict.explanation.empty()) {
       explained[key] = {verdict.explanation, verdict.details};
     }
-    if (alerts.want(verdict)) {
+    if (is_wanted(verdict)) {
       log_verdict(verdict);
     }
   }
   // Each with the explanation that it was told with.
   void stand(std::vector<ToldVerdict> standing) {
     for (ToldVerdict& verdict : standing) {
-      alerts.want(verdict);
+      is_wanted(verdict);
       const auto found = explained.find({verdict.pid, verdict.start, verdict.resource});
       if (found != explained.end()) {
         std::tie(verdict.explanation, verdict.details) = found->second;
@@ -84,6 +95,7 @@ struct Verdicts {
   using Key = std::tuple<int32_t, int64_t, judge::Resource>;
 
   Alerts alerts;
+  const PrintFilter* const filter;
   std::map<Key, std::pair<std::vector<std::string>, Json>> explained{};
   FeedFigures figures{::getpid(), std::chrono::system_clock::now(), 0, 0};
   std::unique_ptr<FeedServer> feed{};  // null without a feed
@@ -196,13 +208,13 @@ void add_verdict_options(CLI::App& command, VerdictOptions* options) {
 }
 
 bool start_verdicts(const VerdictOptions& options, const std::string& proc_root,
-                    const std::string& carried) {
+                    const PrintFilter* filter, const std::string& carried) {
   if (options.off) {
     return true;
   }
   // What a state that is saved takes goes back to the system at once.
   ::mallopt(M_MMAP_THRESHOLD, 128 << 10);
-  verdicts = new Verdicts(options);
+  verdicts = new Verdicts(options, filter);
   if (!options.record.empty() && !verdicts->record.open(options.record)) {
     say(verdicts->record.why());
     return false;

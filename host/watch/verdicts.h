@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "host/watch/print_filter.h"
 #include "judge/sample.h"
 
 namespace host {
@@ -24,9 +25,10 @@ struct VerdictOptions {
 void add_verdict_options(CLI::App& command, VerdictOptions* options);
 
 // Begins to judge. Once, when the log has started and before the library has. False, with a line
-// that says why, if that cannot be. `carried` is what carry_verdicts() gave, if it did.
+// that says why, if that cannot be. `filter`, of what is printed, lives until the process ends;
+// null for none. `carried` is what carry_verdicts() gave, if it did.
 bool start_verdicts(const VerdictOptions& options, const std::string& proc_root,
-                    const std::string& carried = {});
+                    const PrintFilter* filter, const std::string& carried = {});
 
 // What goes on when the program begins anew in its own place, as bytes: the judge and the counts.
 // Without the judge, if its thread does not let go of it in half a second. Any thread.

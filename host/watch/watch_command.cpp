@@ -60,6 +60,11 @@ no time for that it is left out, and the end says how often.
 
 An explanation shows at most 200 rows, and says how many more there are.
 
+--ignore, --only-user, --min-age and --no-rankings concern what is printed of events, verdicts and
+records, and nothing else: records are sent, and "taskwarden leaks" and the judge know all. Where a
+user is not known, as of a process that has ended, or in records of other watchdogs, --only-user
+prints nothing.
+
 With --log-format json each line of both outputs is one object with "time" (UTC) and these fields:
   event                   name of an event
   pid, name, start,       of process events: the process, when it started (clock ticks after boot,
@@ -102,6 +107,7 @@ struct Options {
   LogStyle log{};
   ExplainOptions explain{};
   VerdictOptions verdicts{};
+  FilterOptions filter{};
 };
 
 // What got lost so far, if anything did. `server` is null if there is none.
@@ -238,10 +244,14 @@ int run(Options options) {
   queue_output();
   options.explain.proc_root = options.proc_root;
   options.log.explainer = start_explaining(options.explain);
+  // Never destroyed: the threads that use it run until the process ends.
+  const auto* const filter = new PrintFilter(options.filter, options.proc_root);
+  options.log.filter = filter->is_set() ? filter : nullptr;
   start_log(options.log);
   const CarriedState carried = resume();
   RecordServer* const server = options.no_service ? nullptr : answer_records(carried);
-  if (!start_verdicts(options.verdicts, options.proc_root, attachment(carried, kVerdicts))) {
+  if (!start_verdicts(options.verdicts, options.proc_root, options.log.filter,
+                      attachment(carried, kVerdicts))) {
     return 1;
   }
   obey_signals(server);
@@ -281,6 +291,7 @@ void add_watch_command(CLI::App& app, std::function<int()>* chosen) {
       ->option_text("all|events|verdicts")
       ->transform(must_stand_for<Show>(
           {{"all", Show::kAll}, {"events", Show::kEvents}, {"verdicts", Show::kVerdicts}}));
+  add_filter_options(command, &options->filter);
   add_verdict_options(command, &options->verdicts);
   command.add_flag("--no-explanations", options->explain.off,
                    "Do not say who a process is and what grew by name");

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/common/escape.h"
+#include "host/common/event_kinds.h"
 #include "host/common/journal.h"
 #include "host/common/json_line.h"
 #include "host/common/output.h"
@@ -22,7 +23,9 @@
 #include "host/verdict/sentence.h"
 #include "host/verdict/verdict_object.h"
 #include "host/watch/event_object.h"
+#include "host/watch/event_sieve.h"
 #include "host/watch/explaining.h"
+#include "host/watch/process_identity.h"
 #include "taskwarden/observers.h"
 #include "taskwarden/taskwarden.h"
 
@@ -30,8 +33,6 @@ namespace host {
 namespace {
 
 using std::chrono::system_clock;
-
-constexpr std::string_view kRule = "-------------------------------------------------------\n";
 
 // About what an event that waits to be written holds.
 constexpr size_t kEventCost = 4096;
@@ -165,18 +166,56 @@ void write_in_turn(size_t bytes, std::function<void()> write) {
   }
 }
 
+void write_log_text(LogText text) {
+  const size_t bytes = text.text.size();
+  write_in_turn(bytes, [one = std::move(text)] {
+    if (text_log == nullptr) {
+      one.is_report ? JsonLog::report(one.text, one.time)
+                    : JsonLog::failure(one.tag, one.text, one.time);
+    } else {
+      one.is_report ? text_log->report(one.text, one.time) : text_log->failure(one.tag, one.text);
+    }
+  });
+}
+
+// Null: all is printed.
+const PrintFilter* filter = nullptr;
+
+// Of the text of events that the cycle's thread writes; others write none.
+EventSieve& sieve() {
+  static thread_local EventSieve events(write_log_text);
+  return events;
+}
+
+bool is_shown(const taskwarden_event& event) {
+  if (filter == nullptr || event.kind == nullptr) {
+    return true;
+  }
+  if (event.kind->about == TASKWARDEN_ABOUT_PROCESS) {
+    return filter->shows({{event.process.data, event.process.length}, event.pid, event.start_time});
+  }
+  const bool is_ranking = *event.kind->unit == '\0';
+  return !is_ranking || filter->shows_rankings();
+}
+
+// The pids of other senders may be of another pid namespace.
+bool is_shown(const Record& record, const Sender& sender) {
+  const bool ours = sender.pid == ::getpid() && record.pid > 0;
+  const uint32_t pid = ours ? static_cast<uint32_t>(record.pid) : 0;
+  return filter == nullptr ||
+         filter->shows({without_pid(record.name, static_cast<uint32_t>(record.pid)), pid});
+}
+
 // The library asks that nothing be thrown here: out of memory for a log line ends the program.
 void take(void* /*context*/, int output, const char* tag, const char* text,
           size_t length) noexcept {
-  const bool report = output == TASKWARDEN_OUTPUT_REPORT;
-  write_in_turn(length, [report, tag = tag_text(tag), text = std::string(text, length),
-                         time = system_clock::now()] {
-    if (text_log == nullptr) {
-      report ? JsonLog::report(text, time) : JsonLog::failure(tag, text, time);
-    } else {
-      report ? text_log->report(text, time) : text_log->failure(tag, text);
-    }
-  });
+  LogText one{output == TASKWARDEN_OUTPUT_REPORT, tag_text(tag), std::string(text, length),
+              system_clock::now()};
+  if (filter != nullptr) {
+    sieve().take(std::move(one));
+  } else {
+    write_log_text(std::move(one));
+  }
 }
 
 // Writes what is left to write of an event.
@@ -197,12 +236,17 @@ void write_event(Json object, const Explanation* explanation) {
 
 void take_event(void* /*context*/, const taskwarden_event* event) noexcept {
   undelivered += event->record == TASKWARDEN_RECORD_LOST ? 1 : 0;
-  Json object;
-  if (text_log == nullptr && shown != Show::kVerdicts) {
-    object = event_object(*event);
-  }
-  if (shown == Show::kVerdicts || (text_log == nullptr && object.is_null())) {
+  if (shown == Show::kVerdicts || event->kind == nullptr || !is_logged(*event->kind)) {
     return;
+  }
+  const bool wanted = is_shown(*event);
+  sieve().tell(wanted);
+  if (!wanted) {
+    return;
+  }
+  Json object;
+  if (text_log == nullptr) {
+    object = event_object(*event);
   }
   std::optional<Question> question = explainer != nullptr ? question_about(*event) : std::nullopt;
   if (!question) {
@@ -220,6 +264,7 @@ void take_event(void* /*context*/, const taskwarden_event* event) noexcept {
 void start_log(const LogStyle& style) {
   shown = style.show;
   explainer = style.explainer;
+  filter = style.filter;
   to_journal = is_journal(STDOUT_FILENO) || is_journal(STDERR_FILENO);
   if (style.json) {
     set_message_format([](const std::string& message) {
@@ -245,7 +290,7 @@ void log_verdict(const ToldVerdict& verdict) {
 }
 
 bool log_record(const Record& record, std::string_view text, const Sender& sender) {
-  if (shown == Show::kVerdicts) {
+  if (shown == Show::kVerdicts || !is_shown(record, sender)) {
     return true;
   }
   return write_line(

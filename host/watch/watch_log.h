@@ -8,6 +8,7 @@
 #include "host/common/record.h"
 #include "host/verdict/told_verdict.h"
 #include "host/watch/explainer.h"
+#include "host/watch/print_filter.h"
 
 namespace host {
 
@@ -23,6 +24,8 @@ struct LogStyle {
   // Explains events, and writes all that is logged, which it may delay for moments; null for
   // neither.
   Explainer* explainer = nullptr;
+  // Which events and records are printed; null for all. Lives until the process ends, as above.
+  const PrintFilter* filter = nullptr;
 };
 
 // Has the library's outputs, and the program's own lines, written in this style from now on, and
