@@ -51,7 +51,12 @@ int run(int argc, char** argv) {
 
   std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
   std::function<int()> chosen;
-  host::add_watch_command(app, &chosen);
+  try {
+    host::add_watch_command(app, &arguments, &chosen);
+  } catch (const host::WrongUsage& error) {
+    host::say(host::escape_text(error.what()));
+    return kWrongUsage;
+  }
   host::add_leaks_command(app, &chosen);
   host::add_listen_command(app, &arguments, &chosen);
   host::add_demo_commands(app, &chosen);

@@ -46,7 +46,7 @@ package(taskwarden admin "program"
         "This package has the program, which watches, takes the records of other
 watchdogs and looks into single processes, and a service that watches.")
 set(CPACK_DEBIAN_LIBTASKWARDEN1_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers)
-set(CPACK_DEBIAN_TASKWARDEN_PACKAGE_CONTROL_EXTRA postinst prerm postrm)
+set(CPACK_DEBIAN_TASKWARDEN_PACKAGE_CONTROL_EXTRA conffiles postinst prerm postrm)
 list(TRANSFORM CPACK_DEBIAN_TASKWARDEN_PACKAGE_CONTROL_EXTRA
      PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/debian/)
 include(CPack)

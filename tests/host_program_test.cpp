@@ -99,6 +99,7 @@ TEST(HostProgram, SaysWhatItsTableHas) {
   MadeTree tree({{.pid = 1000}}), full;
   tree.write("meminfo", "MemTotal: 2147483648 kB\nMemFree: 5 kB\nMemAvailable: 6 kB\n");
   tree.write("slabinfo", "few 1 1 8 1\nidle 0 9 64 64\nhuge 2000000 2000000 4096 8\nb 1 1 8 1\n");
+  tree.write("conf", "log-format = json\nonly-user = root\n");
   full.write("meminfo", "MemTotal: 0 kB\nSUnreclaim: 2147483647 kB\n");
   std::string caches;
   for (int i = 0; i < 257; ++i) caches += "c" + std::to_string(i) + " 1 1 8 1\n";

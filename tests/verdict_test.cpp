@@ -8,11 +8,14 @@
 #include <sstream>
 
 #include "host/common/local_socket.h"
+#include "host/common/option_checks.h"
+#include "host/common/usage_error.h"
 #include "host/judge/sample_reader.h"
 #include "host/verdict/journal_entry.h"
 #include "host/verdict/sentence.h"
 #include "host/verdict/verdict_object.h"
 #include "host/watch/alerts.h"
+#include "host/watch/config_file.h"
 #include "host/watch/event_sieve.h"
 #include "host/watch/limits.h"
 #include "host/watch/print_filter.h"
@@ -219,6 +222,74 @@ TEST(EventSieve, TakesOutTheTextOfEvents) {
                                  : sieve.take({text != "f", "", text, {}});
     }
     EXPECT_EQ(all, passed);
+  }
+}
+
+// The file before the arguments, and both as one command line or what is wrong with the file.
+TEST(ConfigFile, GivesOptionsOrNamesItsWrongLine) {
+  struct Options {
+    std::string level{};
+    std::vector<std::string> many{};
+    bool flag = false, none = false;
+  } options;
+  const auto add_options = [&options](CLI::App& command) {
+    CLI::Option* const level =
+        command.add_option("--level", options.level)->check(host::must_be_one_of({"a", "b c"}));
+    command.add_option("--many", options.many)->allow_extra_args(false);
+    command.add_flag("--flag", options.flag);
+    command.add_flag("--none", options.none)->excludes(level);
+  };
+  MadeTree folder;
+  const std::string path = folder.root() / "conf";
+  const std::string long_file(host::kConfigMax, '#');
+  const struct {
+    std::string content, more, result;
+  } rows[] = {
+      {"", "", ""},
+      {"\n \t\r\n # level = x\nflag\r\n", "", " --flag"},
+      {"level = b c", "", " --level=b c"},
+      {" level=\"b c\" ", "", " --level=b c"},
+      {"many = a=b #,\\\nmany=\" \"\nmany = \"", "", " --many=a=b #,\\ --many=  --many=\""},
+      {"level = b c\nmany = x\nflag", "--level=a", " --many=x --flag --level=a"},
+      {"many = x\nmany = y", "--many z", " --many z"},
+      {"level = a\nflag", "--none", " --flag --none"},
+      {long_file, "", ""},
+      {"flag\nlevel = x\nfrob", "", "2: --level must be one of a, b c, not \"x\""},
+      {"flag\n\nflga\n", "", "3: \"--flga\" is not an option of \"go\"; did you mean \"--flag\"?"},
+      {"flag\nlevel = a\n#\nlevel = a", "", "4: --level may be given only once"},
+      {"flag = x", "", "1: --flag takes no value"},
+      {"level", "", "1: --level needs a value"},
+      {"none\nlevel = a", "", "2: --level and --none cannot be given together"},
+      {"none", "--level a", " --level a"},
+      {"--flag", "", "1: \"--flag\" cannot be given here"},
+      {"help", "", "1: \"help\" cannot be given here"},
+      {"config = x", "", "1: \"config\" cannot be given here"},
+      {"= x", "", "1: \"\" cannot be given here"},
+      {"many = x\x1b", "", "1: control characters cannot be given here"},
+      {std::string("many = x\0y", 10), "", "1: control characters cannot be given here"},
+      {"flag x", "", "1: \"--flag x\" is not an option of \"go\"; did you mean \"--flag\"?"},
+  };
+  for (const auto& row : rows) {
+    folder.write("conf", row.content);
+    std::vector<std::string> arguments = {"go", "--config=" + path};
+    std::istringstream words(row.more);
+    for (std::string word; words >> word;) arguments.push_back(word);
+    CLI::App app;
+    CLI::App& command = *app.add_subcommand("go");
+    add_options(command);
+    std::string result;
+    try {
+      host::add_config(command, add_options, &arguments);
+      for (const std::string& argument : arguments) {
+        const bool ours = argument == "go" || argument.starts_with("--config=");
+        result += ours ? "" : " " + argument;
+      }
+      std::reverse(arguments.begin(), arguments.end());
+      app.parse(arguments);
+    } catch (const host::WrongUsage& error) {
+      result = std::string(error.what()).substr(path.size() + 1);
+    }
+    EXPECT_EQ(result, row.result) << row.content.substr(0, 99);
   }
 }
 

@@ -57,7 +57,7 @@ void add_filter_options(CLI::App& command, FilterOptions* options) {
                   "Print only what is about processes of this user, a\n"
                   "name or a number, and about the whole system")
       ->option_text("USER")
-      ->check(must_be_user());
+      ->transform(must_be_user());
   command
       .add_option("--min-age", options->min_age,
                   "Print nothing about processes younger than this\n(default 0)")

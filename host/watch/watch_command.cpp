@@ -11,12 +11,14 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "host/common/escape.h"
 #include "host/common/option_checks.h"
 #include "host/common/output.h"
 #include "host/common/record_server.h"
 #include "host/common/until_signal.h"
+#include "host/watch/config_file.h"
 #include "host/watch/explaining.h"
 #include "host/watch/supervisor.h"
 #include "host/watch/verdicts.h"
@@ -264,13 +266,7 @@ int run(Options options) {
   return status;
 }
 
-}  // namespace
-
-void add_watch_command(CLI::App& app, std::function<int()>* chosen) {
-  const auto options = std::make_shared<Options>();
-  CLI::App& command = *app.add_subcommand("watch", "Watch all processes until stopped");
-  command.footer(kFooter);
-  command.callback([=] { *chosen = [options] { return run(*options); }; });
+void add_options(CLI::App& command, Options* options) {
   command
       .add_option("--interest", options->interest,
                   "Also read the memory areas of some processes:\n"
@@ -305,6 +301,20 @@ void add_watch_command(CLI::App& app, std::function<int()>* chosen) {
       ->option_text("auto|always|never")
       ->transform(must_stand_for<Color>(
           {{"auto", Color::kAuto}, {"always", Color::kAlways}, {"never", Color::kNever}}));
+}
+
+}  // namespace
+
+void add_watch_command(CLI::App& app, std::vector<std::string>* arguments,
+                       std::function<int()>* chosen) {
+  const auto options = std::make_shared<Options>();
+  CLI::App& command = *app.add_subcommand("watch", "Watch all processes until stopped");
+  command.footer(kFooter);
+  command.callback([=] { *chosen = [options] { return run(*options); }; });
+  add_options(command, options.get());
+  Options checked;
+  add_config(
+      command, [&checked](CLI::App& other) { add_options(other, &checked); }, arguments);
 }
 
 }  // namespace host

@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <string>
+#include <vector>
 
 namespace host {
 
@@ -11,7 +13,11 @@ namespace host {
 // main()'s, with the signals blocked as block_signals() says, and returns the exit status of the
 // program. main() is to return that at once: the library's thread and those beside it run until the
 // process ends. `chosen` must outlive the parsing. Once per process.
-void add_watch_command(CLI::App& app, std::function<int()>* chosen);
+//
+// `*arguments` are those that `app` is to parse, in their order; the options of the file that
+// --config names are added to them. Throws WrongUsage where that file is wrong.
+void add_watch_command(CLI::App& app, std::vector<std::string>* arguments,
+                       std::function<int()>* chosen);
 
 }  // namespace host
 
