@@ -19,6 +19,7 @@
 #include "host/watch/event_sieve.h"
 #include "host/watch/limits.h"
 #include "host/watch/print_filter.h"
+#include "host/watch/record_steps.h"
 #include "host/watch/sample_file.h"
 #include "host/watch/state_file.h"
 #include "host/watch/table_copy.h"
@@ -220,6 +221,23 @@ TEST(EventSieve, TakesOutTheTextOfEvents) {
     for (const std::string& text : texts) {
       text == "+" || text == "-" ? sieve.tell(text == "+")
                                  : sieve.take({text != "f", "", text, {}});
+    }
+    EXPECT_EQ(all, passed);
+  }
+}
+
+TEST(RecordSteps, AreLeftOutOfWhatWasDelivered) {
+  const std::string first = "taskwarden  client socket connectting", second = "socket data = x";
+  const std::pair<std::vector<std::string>, std::string> rows[] = {
+      {{first, second, "/tag", ".report", first, second}, "/tag.report"},
+      {{first, "Fail to connect", first, "socket size = 9"}, first + "Fail to connect"},
+      {{first, first, second, "trigger", second}, first + second + "trigger"},
+  };
+  for (const auto& [texts, passed] : rows) {
+    std::string all;
+    host::RecordSteps steps([&all](const host::LogText& text) { all += text.text; });
+    for (const std::string& text : texts) {
+      steps.take({text[0] == '.', text[0] == '/' ? "t" : "", text, {}});
     }
     EXPECT_EQ(all, passed);
   }

@@ -65,7 +65,8 @@ An explanation shows at most 200 rows, and says how many more there are.
 --ignore, --only-user, --min-age and --no-rankings concern what is printed of events, verdicts and
 records, and nothing else: records are sent, and "taskwarden leaks" and the judge know all. Where a
 user is not known, as of a process that has ended, or in records of other watchdogs, --only-user
-prints nothing.
+prints nothing. With these options, and on a terminal, the lines on sending a record are left out if
+it was delivered.
 
 With --log-format json each line of both outputs is one object with "time" (UTC) and these fields:
   event                   name of an event

@@ -26,6 +26,7 @@
 #include "host/watch/event_sieve.h"
 #include "host/watch/explaining.h"
 #include "host/watch/process_identity.h"
+#include "host/watch/record_steps.h"
 #include "taskwarden/observers.h"
 #include "taskwarden/taskwarden.h"
 
@@ -181,9 +182,19 @@ void write_log_text(LogText text) {
 // Null: all is printed.
 const PrintFilter* filter = nullptr;
 
-// Of the text of events that the cycle's thread writes; others write none.
+bool steps_are_shown = true;
+
+// The cycle's thread alone logs events and records.
+void pass_on(LogText text) {
+  static thread_local RecordSteps steps(write_log_text);
+  if (steps_are_shown) {
+    write_log_text(std::move(text));
+  } else {
+    steps.take(std::move(text));
+  }
+}
 EventSieve& sieve() {
-  static thread_local EventSieve events(write_log_text);
+  static thread_local EventSieve events(pass_on);
   return events;
 }
 
@@ -214,7 +225,7 @@ void take(void* /*context*/, int output, const char* tag, const char* text,
   if (filter != nullptr) {
     sieve().take(std::move(one));
   } else {
-    write_log_text(std::move(one));
+    pass_on(std::move(one));
   }
 }
 
@@ -265,6 +276,7 @@ void start_log(const LogStyle& style) {
   shown = style.show;
   explainer = style.explainer;
   filter = style.filter;
+  steps_are_shown = filter == nullptr && ::isatty(STDERR_FILENO) == 0;
   to_journal = is_journal(STDOUT_FILENO) || is_journal(STDERR_FILENO);
   if (style.json) {
     set_message_format([](const std::string& message) {
