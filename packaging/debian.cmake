@@ -15,6 +15,8 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_COMPONENT_LIBTASKWARDEN-DEV_DEPENDS libtaskwarden1)
 set(CPACK_COMPONENT_TASKWARDEN_DEPENDS libtaskwarden1)
+set(CPACK_DEBIAN_TASKWARDEN_PACKAGE_DEPENDS
+    "systemd | systemd-standalone-sysusers | systemd-sysusers")
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Task Warden maintainers <maintainers@taskwarden.example>"
     CACHE STRING "Who answers for the Debian packages")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
