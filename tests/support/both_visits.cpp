@@ -10,6 +10,7 @@
 #include <climits>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -130,6 +131,19 @@ void empty(tw_process_list* list) {
   _exit(0);
 }
 
+// What a process maps together with others counts for less when more do, and what other programs of
+// the machine do is not ours. So this is left out: such sizes, and what an event says, and sends,
+// when nothing else has changed.
+std::string without_shares(const std::string& told) {
+  static const std::regex shares(
+      "PSS +[0-9]+|\t -> THE MAX INCREASE is \"DALVIK\" \\(0\\)\n|"
+      "\\|taskwarden  client socket connectting\\|socket size = [0-9]+\\|"
+      "socket data = [^|]*Event_ResidentSize[^|]*\\|"
+      "socket sendbuff = [^|@]*@@[^@]*@@Event_ResidentSize@@[^@]*@@|"
+      "@[0-9]+@@[0-9]+@@Event_ResidentSize@@[^@]*@@");
+  return std::regex_replace(told, shares, "");
+}
+
 // Empty if there is none. A child may be visited before its parent was found gone.
 std::string difference(const Account& full, const Account& kept, const Account& full_before) {
   std::string text;
@@ -206,6 +220,7 @@ Account WatchProcess::pass(const std::vector<pid_t>& pids, RecordListener& recor
   Account account;
   account.told = said.substr(0, said.find('\1'));
   for (std::string record; (record = records.next(0)) != "(nothing)";) account.told += "@" + record;
+  account.told = without_shares(account.told);
   std::istringstream rows(said.substr(said.find('\1') + 1));
   rows >> account.natives >> std::ws;
   for (std::string pid, parent, numbers, levels;
