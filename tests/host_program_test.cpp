@@ -18,6 +18,8 @@
 #include <thread>
 
 #include "host/common/record_server.h"
+#include "host/feed/feed_place.h"
+#include "host/feed/feed_server.h"
 #include "support/child.h"
 #include "support/made_tree.h"
 #include "support/own_network.h"
@@ -252,6 +254,15 @@ TEST(HostProgram, ListenPrintsAndEnds) {
   EXPECT_EQ(full.end(), 1);
 }
 
+// How often each text is in `said`.
+void expect_counts(const std::string& said, const std::map<std::string, size_t>& rows) {
+  for (const auto& [text, count] : rows) {
+    size_t found = 0;
+    for (size_t at = 0; (at = said.find(text, at)) != said.npos; ++at) ++found;
+    EXPECT_EQ(found, count) << text << " in " << said;
+  }
+}
+
 // The command gets the record in its environment, without a shell, and with nothing of ours.
 TEST(HostProgram, ListenReactsOnceInACooldown) {
   Program program("listen --where Event_ThreadAmount --count 3 --cooldown 100 " + kSocket +
@@ -275,11 +286,48 @@ TEST(HostProgram, ListenReactsOnceInACooldown) {
       {"Event_ThreadAmount", 3},
       {"taskwarden: --exec: \"sh\" ended with status 3\n", 1},
       {"taskwarden: --exec: \"sh\" was ended by a signal: Terminated\n", 1}};
-  for (const auto& [text, count] : rows) {
-    size_t found = 0;
-    for (size_t at = 0; (at = said.find(text, at)) != said.npos; ++at) ++found;
-    EXPECT_EQ(found, count) << text << " in " << said;
-  }
+  expect_counts(said, rows);
+  EXPECT_EQ(program.end(), 0);
+}
+
+// They come from a watch that begins later; the socket of records is left to others.
+TEST(HostProgram, ListenReactsToVerdicts) {
+  const MadeTree folder;
+  const std::string path = folder.root() / "feed";
+  Program program(
+      "listen --feed=" + path + " --where urgent,memory --count 2 " + kSocket +
+          " --exec sh -c 'echo \"ran for $TASKWARDEN_NAME $TASKWARDEN_STATE $TASKWARDEN_NOW "
+          "$TASKWARDEN_LIMIT$TASKWARDEN_EVENT $TASKWARDEN_VERDICT\"'",
+      "TASKWARDEN_EVENT=stale TASKWARDEN_LIMIT=stale");
+  EXPECT_TRUE(
+      program.says("taskwarden: no verdicts for now: no watch is running; start "
+                   "\"taskwarden watch\", or the service taskwarden\n"));
+  EXPECT_TRUE(host::listen_on(kSocket).ok());
+  host::FeedServer server(host::offer_feed(path), host::FeedFigures());
+  std::thread serving([&server] { server.run(); });
+  std::atomic<bool> done = false;
+  std::thread judge([&] {
+    host::ToldVerdict verdict{.pid = 7, .name = "$(id)\x1b", .now = 9, .explanation = {"a\x1b"}};
+    for (; !done; std::this_thread::sleep_for(std::chrono::milliseconds(20))) {
+      for (const auto resource : {judge::Resource::kThreads, judge::Resource::kMemory}) {
+        for (const auto state : {judge::State::kConfirmed, judge::State::kUrgent}) {
+          verdict.resource = resource, verdict.state = state;
+          server.publish(verdict);
+        }
+      }
+    }
+  });
+  const std::string said = program.rest();
+  done = true;
+  judge.join();
+  server.stop();
+  serving.join();
+  const std::string sentence = "\"$(id)\\x1B\" (pid 7) is running out of memory: 0 kB -> 9 kB";
+  const std::map<std::string, size_t> rows = {{"verdict: " + sentence, 2},
+                                              {"verdict: ", 2},
+                                              {"\n\ta\\x1B\n", 2},
+                                              {"ran for $(id)\x1b urgent 9  " + sentence, 2}};
+  expect_counts(said, rows);
   EXPECT_EQ(program.end(), 0);
 }
 
@@ -294,10 +342,10 @@ TEST(HostProgram, ListenLimitsItsCommands) {
     EXPECT_TRUE(program.says("@@\\x0A\n"));
   }
   EXPECT_TRUE(program.says(
-      "taskwarden: --exec-limit 1 is reached: records run no command until one ends\n"));
+      "taskwarden: --exec-limit 1 is reached: nothing runs a command until one ends\n"));
   std::ofstream(fifo) << "put in\n";
   EXPECT_EQ(program.rest(),
-            "put in\ntaskwarden: records that ran no command, since 1 were running "
+            "put in\ntaskwarden: records and verdicts that ran no command, since 1 were running "
             "(see --exec-limit): 1\n");
 }
 

@@ -16,6 +16,7 @@
 #include "host/common/record_server.h"
 #include "host/listen/process_view.h"
 #include "host/listen/reaction.h"
+#include "host/listen/where.h"
 #include "support/made_tree.h"
 #include "support/row_file.h"
 
@@ -91,7 +92,7 @@ TEST(Record, JsonIsWholeWhateverTheName) {
 TEST(Record, IsDueAgainAfterItsCooldown) {
   host::Reaction reaction({.cooldown = 10s});
   const auto due = [&](const std::string& name, const char* event, std::chrono::seconds at) {
-    return reaction.is_due({0, 0, event, name, ""}, host::Reaction::Clock::time_point(at));
+    return reaction.is_due({name, event}, host::Reaction::Clock::time_point(at));
   };
   EXPECT_TRUE(due("n", "E", 0s) && !due("n", "E", 9s) && due("m", "E", 9s) && due("n", "F", 9s));
   EXPECT_TRUE(due("n", "E", 10s) && !due("n", "E", 19s));
@@ -99,6 +100,49 @@ TEST(Record, IsDueAgainAfterItsCooldown) {
   for (int i = 0; i < 10000; ++i) EXPECT_TRUE(due(std::to_string(i), "E", 11s));
   EXPECT_TRUE(due("n", "E", 12s) && !due("9999", "E", 12s));
   EXPECT_TRUE(host::Reaction({}).is_due({}, {}));
+}
+
+// A record, and verdicts in their order: which are accepted.
+TEST(Where, AcceptsWhatItsWordsName) {
+  using judge::Resource, judge::State;
+  const std::tuple<State, Resource, char> verdicts[] = {
+      {State::kSuspected, Resource::kMemory, 'a'},    {State::kConfirmed, Resource::kMemory, 'b'},
+      {State::kUrgent, Resource::kThreads, 'c'},      {State::kEnded, Resource::kMemory, 'd'},
+      {State::kSuspected, Resource::kOpenFiles, 'e'}, {State::kEnded, Resource::kOpenFiles, 'f'},
+      {State::kEnded, Resource::kThreads, 'g'}};
+  const struct {
+    std::vector<std::string> words;
+    std::string accepted, after_standing;
+    bool records, verdicts;
+  } rows[] = {
+      {{}, "rbcdg", "rbcdfg", true, true},
+      {{"Event_VssHeap"}, "r", "r", true, false},
+      {{"Event_ThreadAmount"}, "", "", true, false},
+      {{"Event_VssHeap", "urgent"}, "rc", "rc", true, true},
+      {{"suspected", "ended"}, "adefg", "adefg", false, true},
+      {{"memory", "threads"}, "bcdg", "bcdg", false, true},
+      {{"open_files"}, "", "f", false, true},
+      {{"confirmed", "ended", "memory"}, "bd", "bd", false, true},
+  };
+  for (const auto& row : rows) {
+    for (const bool standing : {false, true}) {
+      host::Where where(row.words);
+      // What was told before.
+      if (standing) {
+        where.stand({{.resource = Resource::kOpenFiles, .state = State::kUrgent},
+                     {.resource = Resource::kMemory, .state = State::kSuspected}});
+      }
+      std::string accepted = where.accepts({7, 8, "Event_VssHeap", "n", ""}) ? "r" : "";
+      for (const auto& [state, resource, letter] : verdicts) {
+        host::ToldVerdict verdict;
+        verdict.state = state, verdict.resource = resource;
+        accepted += where.accepts(verdict) ? std::string(1, letter) : "";
+      }
+      EXPECT_EQ(accepted, standing ? row.after_standing : row.accepted) << &row - rows;
+      EXPECT_EQ(where.wants_records(), row.records) << &row - rows;
+      EXPECT_EQ(where.wants_verdicts(), row.verdicts) << &row - rows;
+    }
+  }
 }
 
 const std::string kSocket = "taskwarden_test." + std::to_string(getpid());

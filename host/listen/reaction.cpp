@@ -14,7 +14,6 @@
 
 #include "host/common/escape.h"
 #include "host/common/output.h"
-#include "host/common/time_words.h"
 
 namespace host {
 namespace {
@@ -25,14 +24,6 @@ constexpr size_t kMostCooldowns = 10000;
 // How often running commands are looked at.
 constexpr std::chrono::milliseconds kTick{50};
 
-std::string joined(const std::vector<std::string>& words) {
-  std::string text;
-  for (const std::string& word : words) {
-    text += (text.empty() ? "" : " ") + word;
-  }
-  return text;
-}
-
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> list;
   for (std::string& text : texts) {
@@ -42,33 +33,17 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
   return list;
 }
 
-// Ours, without what is told of a record, and with what is told of this one.
-std::vector<std::string> environment_for(const Record& record, const Sender& sender,
-                                         const ProcessView& view,
-                                         std::chrono::system_clock::time_point arrival) {
-  constexpr std::string_view kPrefix = "TASKWARDEN_";
+// Ours, without what is told of an occasion, and with what is told of this one.
+std::vector<std::string> environment_for(const HookFields& fields) {
+  const std::string prefix = "TASKWARDEN_";
   std::vector<std::string> list;
   for (char** variable = environ; *variable != nullptr; ++variable) {
-    if (!std::string_view(*variable).starts_with(kPrefix)) {
+    if (!std::string_view(*variable).starts_with(prefix)) {
       list.emplace_back(*variable);
     }
   }
-  const auto set = [&](const char* name, const std::string& value) {
-    list.push_back(std::string(kPrefix) + name + "=" + value);
-  };
-  set("TIME", iso_time(arrival));
-  set("PID", std::to_string(record.pid));
-  set("VALUE", std::to_string(record.value));
-  set("EVENT", record.event);
-  set("NAME", record.name);
-  set("DETAIL", record.detail);
-  set("SENDER_UID", std::to_string(sender.uid));
-  set("SENDER_PID", std::to_string(sender.pid));
-  if (!view.cgroup.empty()) {
-    set("CGROUP", view.cgroup);
-  }
-  if (!view.command.empty()) {
-    set("COMMAND_LINE", joined(view.command));
+  for (const auto& [name, value] : fields) {
+    list.push_back(prefix + name + "=" + value);
   }
   return list;
 }
@@ -110,10 +85,9 @@ std::string end_of(int status) {
 
 }  // namespace
 
-bool Reaction::is_due(const Record& record, Clock::time_point now) {
+bool Reaction::is_due(const Occasion& occasion, Clock::time_point now) {
   std::erase_if(quiet_until_, [now](const auto& entry) { return entry.second <= now; });
-  const Key key(record.name, record.event);
-  if (quiet_until_.contains(key)) {
+  if (quiet_until_.contains(occasion)) {
     return false;
   }
   if (options_.cooldown.count() != 0) {
@@ -122,7 +96,7 @@ bool Reaction::is_due(const Record& record, Clock::time_point now) {
           std::min_element(quiet_until_.begin(), quiet_until_.end(),
                            [](const auto& a, const auto& b) { return a.second < b.second; }));
     }
-    quiet_until_[key] = now + options_.cooldown;
+    quiet_until_[occasion] = now + options_.cooldown;
   }
   return true;
 }
@@ -159,23 +133,22 @@ bool Reaction::has_place() {
   lock.unlock();
   if (first) {
     say("--exec-limit " + std::to_string(options_.at_once) +
-        " is reached: records run no command until one ends");
+        " is reached: nothing runs a command until one ends");
   }
   return free;
 }
 
-void Reaction::react(const Record& record, const Sender& sender, const ProcessView& view,
-                     std::chrono::system_clock::time_point arrival) {
-  if (!is_due(record, Clock::now())) {
+void Reaction::react(const Occasion& occasion, const HookFields& fields) {
+  if (!is_due(occasion, Clock::now())) {
     return;
   }
   if (!has_place()) {
-    quiet_until_.erase({record.name, record.event});
+    quiet_until_.erase(occasion);
     return;
   }
   const SpawnSettings settings;
   std::vector<std::string> words = options_.command;
-  std::vector<std::string> environment = environment_for(record, sender, view, arrival);
+  std::vector<std::string> environment = environment_for(fields);
   pid_t child = 0;
   const int error =
       ::posix_spawnp(&child, words[0].c_str(), settings.actions(), settings.attributes(),
@@ -248,7 +221,8 @@ void Reaction::wait() {
 std::string Reaction::omissions() const {
   const std::lock_guard lock(mutex_);
   return omitted_ == 0 ? ""
-                       : "records that ran no command, since " + std::to_string(options_.at_once) +
+                       : "records and verdicts that ran no command, since " +
+                             std::to_string(options_.at_once) +
                              " were running (see --exec-limit): " + std::to_string(omitted_);
 }
 

@@ -1,5 +1,5 @@
-// Running a command for records: never through a shell, some at once at the most, and not again for
-// the same process and event for a while.
+// Running a command for records and verdicts: never through a shell, some at once at the most, and
+// not again for the same process and event for a while.
 #ifndef HOST_LISTEN_REACTION_H_
 #define HOST_LISTEN_REACTION_H_
 
@@ -14,10 +14,10 @@
 #include <utility>
 #include <vector>
 
-#include "host/common/record.h"
-#include "host/listen/process_view.h"
-
 namespace host {
+
+// Names without "TASKWARDEN_", and values.
+using HookFields = std::vector<std::pair<std::string, std::string>>;
 
 class Reaction {
  public:
@@ -31,33 +31,32 @@ class Reaction {
   };
 
   // Starts a thread that looks after the commands. Where none can be had, they are looked after
-  // when the next record comes.
+  // at the next occasion.
   explicit Reaction(Options options);
   ~Reaction();
 
-  // Starts the command for `record`, with what is known in its environment as TASKWARDEN_TIME,
-  // _PID, _VALUE, _EVENT, _NAME, _DETAIL, _SENDER_UID, _SENDER_PID, _CGROUP and _COMMAND_LINE (its
-  // words with blanks between them); what is not known is not set. It reads nothing, and its output
-  // goes to our standard error. Each runs in a process group of its own, which gets SIGTERM after
-  // the timeout, and SIGKILL kGrace later. Says so when the command cannot be started, takes too
-  // long, or ends with another status than 0, and when the first record in a row goes without. One
-  // thread at a time.
-  void react(const Record& record, const Sender& sender, const ProcessView& view,
-             std::chrono::system_clock::time_point arrival);
+  // What a command is run for: a process, and an event of it or a state of a resource.
+  using Occasion = std::pair<std::string, std::string>;
 
-  // Whether one is due at `now`, for the event and process of `record`; then it is not for the time
-  // of the cooldown. One thread at a time, as above.
-  bool is_due(const Record& record, Clock::time_point now);
+  // Starts the command for `occasion`, with `fields` in its environment, each name after
+  // "TASKWARDEN_". It reads nothing, and its output goes to our standard error. Each runs in a
+  // process group of its own, which gets SIGTERM after the timeout, and SIGKILL kGrace later. Says
+  // so when the command cannot be started, takes too long, or ends with another status than 0, and
+  // when the first occasion in a row goes without. One thread at a time.
+  void react(const Occasion& occasion, const HookFields& fields);
+
+  // Whether one is due at `now`; then it is not for the time of the cooldown. One thread at a time,
+  // as above.
+  bool is_due(const Occasion& occasion, Clock::time_point now);
 
   // Waits until no command runs.
   void wait();
 
-  // How many records went without their command, as a phrase; empty if none did. Any thread.
+  // How many records and verdicts went without their command, as a phrase; empty if none did. Any
+  // thread.
   std::string omissions() const;
 
  private:
-  using Key = std::pair<std::string, std::string>;  // a process and an event
-
   struct Command {
     pid_t child;
     Clock::time_point deadline;  // of its next signal
@@ -72,7 +71,7 @@ class Reaction {
   void tend(std::unique_lock<std::mutex>& lock);
 
   const Options options_;
-  std::map<Key, Clock::time_point> quiet_until_;
+  std::map<Occasion, Clock::time_point> quiet_until_;
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<Command> running_;

@@ -1,7 +1,5 @@
 #include "host/verdict/journal_entry.h"
 
-#include <cctype>
-
 #include "host/verdict/sentence.h"
 #include "host/verdict/verdict_object.h"
 
@@ -22,16 +20,10 @@ JournalFields journal_fields(const ToldVerdict& verdict) {
   JournalFields fields = {{"MESSAGE", message},
                           {"PRIORITY", priority(verdict.state)},
                           {"SYSLOG_IDENTIFIER", "taskwarden"}};
-  const Json object = verdict_object(verdict);
-  for (const auto& [key, value] : object.items()) {
-    if (value.is_null() || value.is_structured() || key == "time") {
-      continue;
+  for (const auto& [name, value] : verdict_fields(verdict)) {
+    if (name != "TIME") {
+      fields.emplace_back("TASKWARDEN_" + name, value);
     }
-    std::string name = "TASKWARDEN_";
-    for (const char c : key) {
-      name += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    }
-    fields.emplace_back(name, value.is_string() ? value.get<std::string>() : json_line(value));
   }
   return fields;
 }

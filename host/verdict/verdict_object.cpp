@@ -2,6 +2,7 @@
 
 #include <time.h>
 
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 
@@ -63,6 +64,22 @@ Json verdict_object(const ToldVerdict& verdict) {
     object.update(verdict.details);
   }
   return object;
+}
+
+std::vector<std::pair<std::string, std::string>> verdict_fields(const ToldVerdict& verdict) {
+  std::vector<std::pair<std::string, std::string>> fields;
+  const Json object = verdict_object(verdict);
+  for (const auto& [key, value] : object.items()) {
+    if (value.is_null() || value.is_structured()) {
+      continue;
+    }
+    std::string name;
+    for (const char c : key) {
+      name += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    }
+    fields.emplace_back(name, value.is_string() ? value.get<std::string>() : json_line(value));
+  }
+  return fields;
 }
 
 std::optional<std::chrono::system_clock::time_point> parse_iso_time(const std::string& text) {

@@ -3,6 +3,9 @@
 #define HOST_VERDICT_VERDICT_OBJECT_H_
 
 #include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "host/common/json_line.h"
 #include "host/verdict/told_verdict.h"
@@ -20,7 +23,11 @@ namespace host {
 // Strings are the bytes that came.
 Json verdict_object(const ToldVerdict& verdict);
 
-// The same back. Nothing where a member is missing or is not what it should be.
+// The members that are known and single values, as texts, with names in capitals: PID, START, NAME,
+// RATE_PER_HOUR and so on.
+std::vector<std::pair<std::string, std::string>> verdict_fields(const ToldVerdict& verdict);
+
+// The object back. Nothing where a member is missing or is not what it should be.
 std::optional<ToldVerdict> verdict_of(const Json& object);
 
 // The wall clock of an iso_time(); nothing for other texts.

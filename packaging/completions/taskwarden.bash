@@ -26,7 +26,8 @@ _taskwarden() {
   case $value in
     '') mapfile -t COMPREPLY < <(compgen -W "${words[*]}" -- "$current") ;;
     EVENT)
-      words=("$("${COMP_WORDS[0]}" events | sed -n 's/^\([A-Za-z_]*\),.*sends a record$/\1/p')")
+      words=("$("${COMP_WORDS[0]}" events | sed -n 's/^\([A-Za-z_]*\),.*sends a record$/\1/p')"
+        suspected confirmed urgent ended memory threads open_files)
       mapfile -t COMPREPLY < <(compgen -P "${current%"$last"}" -W "${words[*]}" -- "$last")
       ;;
     DIR) compopt -o filenames && mapfile -t COMPREPLY < <(compgen -d -- "$current") ;;

@@ -33,6 +33,7 @@ function __taskwarden_complete
         case EVENT
             set -l head (string replace -r '[^,]*$' '' -- $current)
             $before[1] events | string replace -rf '^(\w+),.*sends a record$' "$head"'$1'
+            printf "$head%s\n" suspected confirmed urgent ended memory threads open_files
         case DIR
             __fish_complete_directories $current
         case FILE
