@@ -240,6 +240,33 @@ TEST(RecordServer, CountsRefusalsWithinASecond) {
   EXPECT_TRUE(served.saw("NUL\nrefused 2 records, the last from pid "));
 }
 
+TEST(Doorkeepers, TurnStrangersAwayAndHandOverGuests) {
+  const unique_fd listener = host::listen_on(kSocket);
+  for (const bool known : {false, true}) {
+    const host::Senders senders{.anyone = known};
+    host::Doorkeepers keepers(listener.get(), senders);
+    std::vector<unique_fd> crowd(100);
+    for (unique_fd& one : crowd) one = client();
+    EXPECT_FALSE(keepers.are_busy());
+    size_t guests = 0, strangers = 0;
+    while (guests + strangers < crowd.size()) {
+      keepers.call();
+      const host::Arrivals come = keepers.take();
+      guests += come.guests.size();
+      strangers += come.strangers;
+      EXPECT_TRUE(come.strangers == 0 || come.last_stranger.pid == getpid());
+      for (const auto& guest : come.guests) put(guest.fd, "welcome");
+    }
+    EXPECT_EQ(guests, known ? crowd.size() : 0);
+    for (const unique_fd& one : crowd) {
+      char answer[8];
+      EXPECT_EQ(read(one.get(), answer, sizeof(answer)), known ? 7 : 0);
+    }
+    keepers.set_resting(true);
+    while (keepers.are_busy()) std::this_thread::yield();
+  }
+}
+
 // Who waits while descriptors are short is served once there are some again.
 TEST(RecordServer, OutlivesAShortageOfDescriptors) {
   Served served;

@@ -7,7 +7,6 @@
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <thread>
@@ -26,13 +25,6 @@ constexpr int kTickMs = 100;
 // How long to leave the listener alone after it failed, instead of asking again at once and for
 // ever (accept(2): EMFILE leaves the connection in the queue).
 constexpr std::chrono::milliseconds kAcceptRest{200};
-
-Sender sender_of(const unique_fd& connection) {
-  ucred peer = {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
-  socklen_t size = sizeof(peer);
-  ::getsockopt(connection.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
-  return {peer.pid, peer.uid};
-}
 
 // An abstract name is every byte after a leading NUL, with no terminator (unix(7)).
 socklen_t abstract_address(std::string_view name, sockaddr_un* address) {
@@ -74,14 +66,6 @@ unique_fd adopt_listener(int number, std::string_view name) {
   return is_one ? unique_fd(number) : listen_on(name);
 }
 
-Senders Senders::trusted() {
-  return {.uids = {0, ::geteuid()}};
-}
-
-bool Senders::include(uid_t uid) const {
-  return anyone || std::find(uids.begin(), uids.end(), uid) != uids.end();
-}
-
 RecordServer::RecordServer(unique_fd listener, Senders senders, Limits limits, RecordFn on_record,
                            RefusalFn on_refusal)
     : listener_(std::move(listener)),
@@ -100,7 +84,8 @@ bool RecordServer::run() {
     }
     const bool accept_rests = now < accept_from_ || stands_still_;
     polled.push_back({accept_rests ? -1 : listener_.get(), POLLIN, 0});
-    const bool idle = connections_.empty() && !accept_rests && untold_ == 0;
+    const bool idle =
+        connections_.empty() && !accept_rests && untold_ == 0 && !doorkeepers_.are_busy();
     const int wait_ms = idle ? -1 : kTickMs;
     if (::poll(polled.data(), polled.size(), wait_ms) < 0) {
       if (errno == EINTR) {
@@ -119,13 +104,11 @@ bool RecordServer::run() {
       }
     }
     std::erase_if(connections_, [](const Connection& connection) { return !connection.fd.ok(); });
-    const bool accepts = polled.back().revents != 0 && !stands_still_;
-    for (int i = 0; i < kAcceptsAtOnce && accepts && !ended_; ++i) {
-      if (!accept_one(now)) {
-        break;
-      }
+    admit(doorkeepers_.take(), now);
+    if (polled.back().revents != 0 && !stands_still_) {
+      accept_some(now);
     }
-    connected_ = connections_.size();
+    is_served_ = !connections_.empty() || doorkeepers_.are_busy();
     tell_refusals(now);
   }
   return true;
@@ -140,9 +123,15 @@ void RecordServer::stand_still(std::chrono::milliseconds patience) {
   constexpr std::chrono::milliseconds kRound{10};
   const Clock::time_point end = Clock::now() + patience;
   stands_still_ = true;
+  doorkeepers_.set_resting(true);
   do {
     std::this_thread::sleep_for(kRound);
-  } while (connected_ != 0 && Clock::now() < end);
+  } while (is_served_ && Clock::now() < end);
+}
+
+void RecordServer::go_on() {
+  doorkeepers_.set_resting(false);
+  stands_still_ = false;
 }
 
 std::string RecordServer::refusals() const {
@@ -154,35 +143,48 @@ std::string RecordServer::refusals() const {
                                     std::to_string(texts) + " for their content)";
 }
 
-bool RecordServer::accept_one(Clock::time_point now) {
-  unique_fd fd(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  const int error = errno;
-  if (!fd.ok() && (error == EINTR || error == EAGAIN || error == ECONNABORTED)) {
-    return false;
+void RecordServer::accept_some(Clock::time_point now) {
+  Arrivals come;
+  const int error = take_connections(listener_.get(), senders_, kAcceptsAtOnce, &come);
+  if (come.strangers == kAcceptsAtOnce) {
+    doorkeepers_.call();
   }
-  const Sender sender = fd.ok() ? sender_of(fd) : Sender();
-  if (fd.ok() && !senders_.include(sender.uid)) {
-    ++refused_senders_;
-    count_refusal(sender, "its user may not send records");
-    return true;
+  accept_failing_ = accept_failing_ && come.guests.empty() && come.strangers == 0;
+  admit(std::move(come), now);
+  if (error != 0 && error != EINTR && error != EAGAIN && error != ECONNABORTED) {
+    rest_from_accepting(error, now);
   }
-  if (!connections_.empty() && (!fd.ok() || connections_.size() >= limits_.connections)) {
+}
+
+void RecordServer::rest_from_accepting(int error, Clock::time_point now) {
+  if (!connections_.empty()) {
     // Silent clients may well be what uses up the descriptors.
     drop(connections_.front(), "too many others came after it");
     connections_.erase(connections_.begin());
-  } else if (!fd.ok()) {
-    accept_from_ = now + kAcceptRest;
-    if (!std::exchange(accept_failing_, true)) {
-      on_refusal_(std::string("cannot accept connections: ") + ::strerror(error));
-    }
+    return;
   }
-  const bool accepted = fd.ok();
-  if (accepted) {
-    accept_failing_ = false;
-    connections_.push_back({std::move(fd), sender, now + limits_.patience});
+  accept_from_ = now + kAcceptRest;
+  if (!std::exchange(accept_failing_, true)) {
+    on_refusal_(std::string("cannot accept connections: ") + ::strerror(error));
+  }
+}
+
+void RecordServer::admit(Arrivals arrivals, Clock::time_point now) {
+  if (arrivals.strangers != 0) {
+    refused_senders_ += arrivals.strangers;
+    count_refusals(arrivals.strangers, arrivals.last_stranger, "its user may not send records");
+  }
+  for (Arrivals::Guest& guest : arrivals.guests) {
+    if (ended_) {
+      return;
+    }
+    if (connections_.size() >= limits_.connections) {
+      drop(connections_.front(), "too many others came after it");
+      connections_.erase(connections_.begin());
+    }
+    connections_.push_back({std::move(guest.fd), guest.sender, now + limits_.patience});
     receive(connections_.back());
   }
-  return accepted;
 }
 
 // Takes what is there, at most one read of it, so that nobody is served twice before the next.
@@ -241,12 +243,12 @@ void RecordServer::drop(Connection& connection, std::string_view why) {
 void RecordServer::refuse(Connection& connection, std::string_view why) {
   connection.fd.reset();
   ++refused_texts_;
-  count_refusal(connection.sender, why);
+  count_refusals(1, connection.sender, why);
 }
 
-void RecordServer::count_refusal(const Sender& sender, std::string_view why) {
-  ++untold_;
-  last_refusal_ = "from pid " + std::to_string(sender.pid) + ", uid " + std::to_string(sender.uid) +
+void RecordServer::count_refusals(uint64_t count, const Sender& last, std::string_view why) {
+  untold_ += count;
+  last_refusal_ = "from pid " + std::to_string(last.pid) + ", uid " + std::to_string(last.uid) +
                   ": " + std::string(why);
   tell_refusals(Clock::now());
 }

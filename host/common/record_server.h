@@ -1,5 +1,6 @@
-// The receiving end of the record socket: one thread, one poll loop, many connections, so that no
-// client can hold up another by what it sends or leaves unsent.
+// The receiving end of the record socket: one poll loop on one thread, many connections, so that no
+// client can hold up another by what it sends or leaves unsent. Amid a crowd of strangers other
+// threads help to turn them away.
 #ifndef HOST_COMMON_RECORD_SERVER_H_
 #define HOST_COMMON_RECORD_SERVER_H_
 
@@ -12,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/common/doorkeepers.h"
 #include "host/common/record.h"
 #include "platform/unique_fd.h"
 
@@ -21,16 +23,6 @@ namespace host {
 inline constexpr char kRecordSocket[] = "taskwarden_native_socket";
 // The longest abstract name there is, in bytes (unix(7)).
 inline constexpr size_t kSocketNameMax = 107;
-
-// Whose connections are taken. Who a sender is, the kernel tells.
-struct Senders {
-  bool anyone = false;
-  std::vector<uid_t> uids{};
-
-  // Root and the user we run as.
-  static Senders trusted();
-  bool include(uid_t uid) const;
-};
 
 // A listening socket of the abstract name `name`, close-on-exec and non-blocking. Not ok() on
 // failure, with errno: EADDRINUSE when another process has the name, ENAMETOOLONG.
@@ -76,7 +68,7 @@ class RecordServer {
   // Takes no more connections, which wait in the socket's queue then, and gives those that there
   // are up to `patience` to end.
   void stand_still(std::chrono::milliseconds patience);
-  void go_on() { stands_still_ = false; }
+  void go_on();
 
   // How much was refused so far, as a phrase ("records refused: 3 ..."); empty if nothing was.
   std::string refusals() const;
@@ -92,17 +84,19 @@ class RecordServer {
     bool delivered = false;  // the record is done; what is awaited is the end
   };
 
-  // False when there is nothing more to accept for now.
-  bool accept_one(Clock::time_point now);
+  void accept_some(Clock::time_point now);
+  void rest_from_accepting(int error, Clock::time_point now);
+  void admit(Arrivals arrivals, Clock::time_point now);
   void receive(Connection& connection);
   void deliver(Connection& connection);
   void drop(Connection& connection, std::string_view why);
   void refuse(Connection& connection, std::string_view why);
-  void count_refusal(const Sender& sender, std::string_view why);
+  void count_refusals(uint64_t count, const Sender& last, std::string_view why);
   void tell_refusals(Clock::time_point now);
 
   const unique_fd listener_;
   const Senders senders_;
+  Doorkeepers doorkeepers_{listener_.get(), senders_};
   const Limits limits_;
   const RecordFn on_record_;
   const RefusalFn on_refusal_;
@@ -110,7 +104,7 @@ class RecordServer {
   Clock::time_point accept_from_{};      // no connection is taken before
   bool accept_failing_ = false;
   std::atomic<bool> stands_still_{false};
-  std::atomic<size_t> connected_{0};  // after the last round
+  std::atomic<bool> is_served_{false};  // somebody is, after the last round
   bool ended_ = false;
   std::atomic<uint64_t> refused_senders_{0};
   std::atomic<uint64_t> refused_texts_{0};
