@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -27,6 +28,8 @@ bool held = false;
 int64_t hold_at = 0;  // the count of passes
 
 int64_t longest_rest_us = 0;
+bool counts_whole_rests = false;
+std::atomic<int64_t> skipped_us = 0;  // what the clock is ahead
 CycleFigures figures_so_far;
 int64_t slice_began_us, slice_began_cpu_us, pass_began_us;
 uint32_t remained = 0;  // of the pass, at the last rest
@@ -81,14 +84,26 @@ int rest(int64_t seconds, int64_t microseconds) {
       changed.notify_all();
     }
   }
-  usleep(static_cast<useconds_t>(std::min(seconds * 1000000 + microseconds, longest_rest_us)));
+  const int64_t whole_us = seconds * 1000000 + microseconds;
+  const int64_t rest_us = std::min(whole_us, longest_rest_us);
+  usleep(static_cast<useconds_t>(rest_us));
+  if (counts_whole_rests) {
+    skipped_us += whole_us - rest_us;
+  }
   begin_slice(pass_complete);
   return 0;
 }
 
+timeval clock_now() {
+  timeval now;
+  gettimeofday(&now, nullptr);
+  const int64_t us = int64_t{now.tv_sec} * 1000000 + now.tv_usec + skipped_us;
+  return {.tv_sec = us / 1000000, .tv_usec = us % 1000000};
+}
+
 constexpr tw_clock kMeasured = {
-    .now = [](timeval* now) { gettimeofday(now, nullptr); },
-    .seconds = [] { return static_cast<int64_t>(time(nullptr)); },
+    .now = [](timeval* now) { *now = clock_now(); },
+    .seconds = [] { return int64_t{clock_now().tv_sec}; },
     .rest = rest,
 };
 
@@ -99,8 +114,9 @@ constexpr tw_clock kMeasured = {
 
 }  // namespace
 
-Cycle::Cycle(int longest_rest_ms) {
+Cycle::Cycle(int longest_rest_ms, bool whole_clock) {
   longest_rest_us = int64_t{longest_rest_ms} * 1000;
+  counts_whole_rests = whole_clock;
   tw_clock_replace(&kMeasured);
   std::thread([] {
     begin_slice(true);

@@ -17,9 +17,9 @@ struct CycleFigures {
 
 class Cycle {
  public:
-  // Starts taskwarden_start(), which never ends; rests are cut to `longest_rest_ms`. Once a
-  // process.
-  explicit Cycle(int longest_rest_ms);
+  // Starts taskwarden_start(), which never ends; rests are cut to `longest_rest_ms`. With
+  // `whole_clock` its clock goes on as if they were not. Once a process.
+  Cycle(int longest_rest_ms, bool whole_clock);
   Cycle& operator=(Cycle&&) = delete;  // nor any copy
 
   // Returns when `passes` whole passes have been made that began after the call. The cycle then

@@ -12,13 +12,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <random>
-#include <sstream>
 #include <stdexcept>
 
+#include "lives.h"
 #include "population.h"
 #include "support/child.h"
+#include "surroundings.h"
 
 namespace {
 
@@ -30,12 +30,6 @@ constexpr int kShortRestMs = 10;
 constexpr int kBaselinePasses = 10;
 constexpr int kBaselineRestMs = 500;
 constexpr int kOldAgeMs = 6000;
-
-void require(bool ok, const std::string& what) {
-  if (!ok) {
-    throw std::runtime_error(what + ": " + strerror(errno));
-  }
-}
 
 // Calls `work` with 0, 1, 2 ... at an even pace, and catches up when it was held up.
 template <typename Work>
@@ -107,10 +101,9 @@ class PidRing {
       waitpid(kFirst + index, nullptr, 0);
     }
   }
-  // The kernel gives the next process the pid after the last one (pid_namespaces(7)).
   void replace(int index, int generation) {
     end(index);
-    std::ofstream("/proc/sys/kernel/ns_last_pid") << kFirst + index - 1 << std::flush;
+    set_next_pid(kFirst + index);
     const pid_t pid = fork();
     if (pid == 0) {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -185,31 +178,11 @@ class Areas {
   char* at_;
 };
 
-bool own_pid_namespace() {
-  return getpid() == 1;
-}
-
-// Ranked, its memory map is read too.
-void put_with_map(MadeTree& tree, const MadeProcess& process) {
-  tree.put(process);
-  tree.write(std::to_string(process.pid) + "/maps", "");
-}
-
-// One process that stays, so that the table is never empty, and the machine's memory.
-std::unique_ptr<MadeTree> make_tree() {
-  auto tree = std::make_unique<MadeTree>();
-  put_with_map(*tree, {.pid = 999, .name = "stays"});
-  std::ostringstream memory;
-  memory << std::ifstream("/proc/meminfo").rdbuf();
-  tree->write("meminfo", memory.str());
-  return tree;
-}
-
 void replace_in_tree(MadeTree& tree, int seconds) {
   at_rate(kForkRate, seconds, [&tree](int i) {
-    put_with_map(tree, {.pid = PidRing::kFirst + i % PidRing::kFast,
-                        .name = "ring" + std::to_string(i % 97),
-                        .fds = 3 + i % 2 * 30});
+    tree.put({.pid = PidRing::kFirst + i % PidRing::kFast,
+              .name = "ring" + std::to_string(i % 97),
+              .fds = 3 + i % 2 * 30});
   });
 }
 
@@ -287,7 +260,7 @@ Storm made(const std::string& what, const std::function<MadeProcess(int)>& at_pa
                  .still = true,
                  .tree = make_tree()};
   for (const int part : kGrowth) {
-    storm.steps.push_back([=, tree = storm.tree.get()] { put_with_map(*tree, at_part(part)); });
+    storm.steps.push_back([=, tree = storm.tree.get()] { tree->put(at_part(part)); });
   }
   return storm;
 }
@@ -334,5 +307,10 @@ Storm make_storm(std::string_view name, bool quick, std::span<char> command_line
   if (name == "made-descriptors") return made_descriptors(quick);
   if (name == "areas") return areas(quick);
   if (name == "threads") return threads(quick);
+  if (name == "once-round") return once_round(quick);
+  if (name == "day") return day(quick);
+  if (name == "locked") return locked(quick);
+  if (name == "charged") return charged(quick);
+  if (name == "refused") return refused(quick);
   throw std::runtime_error("no such storm");
 }
