@@ -9,7 +9,6 @@
 
 #include "audit/event_ids.h"
 #include "audit/poll.h"
-#include "audit/process_collector.h"
 #include "inspect/system/meminfo.h"
 #include "support/made_tree.h"
 #include "support/telling.h"

@@ -23,7 +23,6 @@
 #include "interest/interest_list.h"
 #include "platform/clock.h"
 #include "platform/socket_wait.h"
-#include "proctable/inspection.h"
 #include "proctable/pool.h"
 #include "proctable/scan.h"
 #include "report/event_record.h"

@@ -25,6 +25,7 @@
 #include "support/child.h"
 #include "support/made_tree.h"
 #include "support/own_network.h"
+#include "support/row_file.h"
 
 namespace {
 
@@ -202,47 +203,24 @@ TEST(CarriedState, ComesBackAsItWas) {
   }
 }
 
+// The rows of carried_rows.txt.
 TEST(CarriedState, LeavesWhatIsNotItsOwnAside) {
-  const std::string good = carried_text(full_state(), 5), garbled = "it is garbled";
-  const auto with = [&](const char* key, const nlohmann::ordered_json& value) {
+  const std::string good = carried_text(full_state(), 5);
+  const auto with = [&](const std::string& key, const nlohmann::ordered_json& value) {
     const size_t end = good.find('\n');
     auto object = nlohmann::ordered_json::parse(good.substr(0, end));
     value.is_discarded() ? object.erase(key) : (object[key] = value, 0);
     return object.dump() + good.substr(end);
   };
-  const nlohmann::ordered_json none(nlohmann::ordered_json::value_t::discarded);
-  const std::pair<std::string, std::string> rows[] = {
-      {"", garbled},
-      {"\n", garbled},
-      {"[]\n", garbled},
-      {"{\"version\":1}\n", garbled},
-      {std::string(100000, '['), garbled},
-      {with("version", 2), "it is of another version"},
-      {with("of", 6), "it is another process's"},
-      {with("of", -1), "it is another process's"},
-      {with("of", "5"), garbled},
-      {with("comm", 5), garbled},
-      {with("comm", none), garbled},
-      {with("held_by", -1), garbled},
-      {with("held_by", 4294967296), garbled},
-      {with("held_by", 1.5), garbled},
-      {with("is_paused", 1), garbled},
-      {with("undelivered", none), garbled},
-      {with("children", {{{"pid", -1}}}), garbled},
-      {with("children", {{{"pid", 0}}}), garbled},
-      {with("children", {5}), garbled},
-      {with("users", 5), garbled},
-      {with("holds", {{{"uid", 5}}}), garbled},
-      {with("processes", {nullptr}), garbled},
-      {with("attachments", {{{"name", "a"}, {"bytes", 5}}}), garbled},
-      {with("attachments", {{{"name", "a"}, {"bytes", 3}}}), garbled},
-      {with("attachments", {{{"name", "a"}, {"bytes", -1}}}), garbled},
-      {with("attachments", nlohmann::ordered_json::array()), garbled},
-  };
-  for (const auto& [text, wanted] : rows) {
+  const auto rows = row_file(TASKWARDEN_ROWS);
+  EXPECT_EQ(rows.size(), 26U);
+  for (const auto& row : rows) {
+    const std::string text =
+        row[0] == "=" ? row[1]
+                      : with(row[0], nlohmann::ordered_json::parse(row[1], nullptr, false));
     std::string_view why;
     EXPECT_FALSE(parse_carried(text, 5, &why)) << text.substr(0, 1000);
-    EXPECT_EQ(why, wanted) << text.substr(0, 1000);
+    EXPECT_EQ(why, row[2]) << text.substr(0, 1000);
   }
   std::string_view why;
   for (size_t length = 0; length < good.size(); ++length) {

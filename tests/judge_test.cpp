@@ -14,6 +14,7 @@
 #include "host/judge/verdict_json.h"
 #include "judge/saved_state.h"
 #include "judge/sealed.h"
+#include "support/row_file.h"
 
 namespace {
 
@@ -58,38 +59,33 @@ double wave(double t) {
   return (1 - std::cos(2 * M_PI * t / kDay)) / 2;
 }
 
+double swing(double t) {
+  return std::sin(2 * M_PI * t / kDay);
+}
+
 TEST(Judge, FindsLeaksInTime) {
+  constexpr auto kFiles = Resource::kOpenFiles, kThreads = Resource::kThreads;
+  constexpr auto kMemory = Resource::kMemory;
   const struct {
     const char* name;
     Resource resource;
-    double (*level)(double);
     double suspected, confirmed;  // hours
+    double (*level)(double);
   } rows[] = {
-      {"a file every 10 s, 5 open", Resource::kOpenFiles, [](double t) { return 5 + t / 10; }, .25,
-       20},
-      {"a file every 10 s, 65 open", Resource::kOpenFiles, [](double t) { return 65 + t / 10; },
-       .25, 20},
-      {"a thread every 10 s", Resource::kThreads, [](double t) { return 2 + t / 10; }, .25, 20},
-      {"200 kB/s", Resource::kMemory, [](double t) { return 9000 + 200 * t; }, .25, 20},
-      {"1 MB a minute in 1.3 MB", Resource::kMemory, [](double t) { return 1300 + t * 17; }, .25,
-       20},
-      {"1 MB a minute in 200 MB", Resource::kMemory, [](double t) { return 2e5 + t * 17; }, .42,
-       20},
-      {"0.5 % an hour", Resource::kMemory, [](double t) { return 1e5 * (1 + t / kHour / 200); }, 20,
-       24},
-      {"a file in 30 minutes", Resource::kOpenFiles, [](double t) { return 60 + t / 1800; }, 20,
-       24},
-      {"a thread in 90 minutes", Resource::kThreads, [](double t) { return 8 + t / 5400; }, 20, 24},
-      {"steps of 2 hours", Resource::kMemory,
-       [](double t) { return 1e5 + 4e3 * std::floor(t / 7200); }, 22, 24},
-      {"late", Resource::kMemory, [](double t) { return 1e5 + std::max(0., t - 30 * kHour) / 3; },
-       44, 46},
-      {"under daily load", Resource::kMemory,
-       [](double t) { return 1e5 * (1 + wave(t) / 2 + t / kDay / 5); }, 72, 72},
-      {"by load", Resource::kMemory,
-       [](double t) { return 1e5 + t / 9 - 1e3 * std::sin(2 * M_PI * t / kDay); }, 72, 72},
-      {"below a sawtooth", Resource::kMemory,
-       [](double t) { return 1e5 + std::fmod(t, 6000) * 8 + t / 4; }, 72, 72},
+      {"a file every 10 s, 5 open", kFiles, .25, 20, [](double t) { return 5 + t / 10; }},
+      {"a file every 10 s, 65 open", kFiles, .25, 20, [](double t) { return 65 + t / 10; }},
+      {"a thread every 10 s", kThreads, .25, 20, [](double t) { return 2 + t / 10; }},
+      {"200 kB/s", kMemory, .25, 20, [](double t) { return 9000 + 200 * t; }},
+      {"1 MB a minute in 1.3 MB", kMemory, .25, 20, [](double t) { return 1300 + t * 17; }},
+      {"1 MB a minute in 200 MB", kMemory, .42, 20, [](double t) { return 2e5 + t * 17; }},
+      {"0.5 % an hour", kMemory, 20, 24, [](double t) { return 1e5 * (1 + t / kHour / 200); }},
+      {"a file in 30 minutes", kFiles, 20, 24, [](double t) { return 60 + t / 1800; }},
+      {"a thread in 90 minutes", kThreads, 20, 24, [](double t) { return 8 + t / 5400; }},
+      {"2-hour steps", kMemory, 22, 24, [](double t) { return 1e5 + 4e3 * std::floor(t / 7200); }},
+      {"late", kMemory, 44, 46, [](double t) { return 1e5 + std::max(0., t - 30 * kHour) / 3; }},
+      {"daily", kMemory, 72, 72, [](double t) { return 1e5 * (1 + wave(t) / 2 + t / kDay / 5); }},
+      {"by load", kMemory, 72, 72, [](double t) { return 1e5 + t / 9 - 1e3 * swing(t); }},
+      {"teeth", kMemory, 72, 72, [](double t) { return 1e5 + std::fmod(t, 6000) * 8 + t / 4; }},
   };
   for (const auto& row : rows) {
     for (const double interval : {2.0, 30.0, 600.0}) {
@@ -111,15 +107,13 @@ TEST(Judge, LeavesTheHealthyAlone) {
   } rows[] = {
       {"daily load", [](double t) { return 1e5 * (1 + wave(t - 7000)); }},
       {"daily load, kept", [](double t) { return 1e5 * (1 + wave(std::min(t, kDay / 2))); }},
-      {"days of different height",
-       [](double t) { return 1e5 * (1 + wave(t) * (1 + t / kDay / 5)); }},
+      {"unlike days", [](double t) { return 1e5 * (1 + wave(t) * (1 + t / kDay / 5)); }},
       {"warm-up", [](double t) { return 1e5 * (5 - 4 * std::exp(-t / 2e4)); }},
       {"logarithm", [](double t) { return 1e5 * (1 + std::log1p(t / 600) / 3); }},
       {"logarithm, slower", [](double t) { return 1e5 * (1 + std::log1p(t / 6000)); }},
       {"cache", [](double t) { return 1e5 * (1 + std::min(t, 10 * kHour) / 3e3); }},
       {"steps", [](double t) { return 1e5 * (1 + std::floor(t / 1e5) / 3); }},
-      {"four steps",
-       [](double t) { return 1e5 * (1 + std::floor(std::min(t, 41 * kHour) / (10 * kHour)) / 5); }},
+      {"4 steps", [](double t) { return 1e5 + 2e4 * std::floor(std::min(t, 41 * kHour) / 36e3); }},
       {"sawtooth", [](double t) { return 1e5 + std::fmod(t, 11000) * 30; }},
       {"bursts", [](double t) { return std::fmod(t, 5e4) < 4000 ? 9e5 : 1e5; }},
       {"nightly job", [](double t) { return std::fmod(t, kDay) > 8e4 ? 9e5 : 1e5; }},
@@ -130,7 +124,7 @@ TEST(Judge, LeavesTheHealthyAlone) {
        }},
       {"filled by work",
        [](double t) {
-         const double work = 0.6 * t - 0.4 * kDay / 2 / M_PI * std::sin(2 * M_PI * t / kDay);
+         const double work = 0.6 * t - 0.4 * kDay / 2 / M_PI * swing(t);
          return 1e5 * (3 - 2 * std::exp(-work / 5 / kHour));
        }},
   };
@@ -146,30 +140,25 @@ TEST(Judge, LeavesTheHealthyAlone) {
 
 // 25 minutes of a busy machine, each process sampled every 2 seconds.
 TEST(Judge, LeavesHonestWorkAlone) {
+  using Level = std::function<double(double)>;
   const auto settles = [](double t, double tau) { return 1 - std::exp(-t / tau); };
   const struct {
+    const char* name;
     int count;
     double every, lasts;  // s
-    std::function<double(double)> memory, threads, files;
+    Level memory, threads = {}, files = {};
   } rows[] = {
-      {120, 12, 25, [](double t) { return 2e4 + 1.2e4 * t; }, {}, {}},                  // compiler
-      {5, 280, 240, [](double t) { return 1e4 + 4e3 * t; }, {}, {}},                    // linker
-      {4, 360, 300, [](double t) { return 3e4 + 1.5e3 * std::fmod(t, 150); }, {}, {}},  // git
-      {8,
-       1,
-       1500,
-       [&](double t) { return 5e4 + 2e4 * settles(t, 90); },
-       {},
-       [](double t) { return 20 + std::fmod(t * 7, 13); }},                           // web server
-      {1, 0, 1500, [](double t) { return 9e3 + 9e2 * std::min(t, 110.0); }, {}, {}},  // redis
-      {5, 300, 20, [](double t) { return 1e5 + 5 * t; }, {}, {}},                     // ... saves
-      {6, 20, 1400, [&](double t) { return 8e3 + 9e4 * settles(t, 240); }, {}, {}},   // PostgreSQL
-      {2,
-       60,
-       1400,
+      {"compiler", 120, 12, 25, [](double t) { return 2e4 + 1.2e4 * t; }},
+      {"linker", 5, 280, 240, [](double t) { return 1e4 + 4e3 * t; }},
+      {"git", 4, 360, 300, [](double t) { return 3e4 + 1.5e3 * std::fmod(t, 150); }},
+      {"web server", 8, 1, 1500, [&](double t) { return 5e4 + 2e4 * settles(t, 90); },
+       [](double) { return 4; }, [](double t) { return 20 + std::fmod(t * 7, 13); }},
+      {"redis", 1, 0, 1500, [](double t) { return 9e3 + 9e2 * std::min(t, 110.0); }},
+      {"redis saves", 5, 300, 20, [](double t) { return 1e5 + 5 * t; }},
+      {"PostgreSQL", 6, 20, 1400, [&](double t) { return 8e3 + 9e4 * settles(t, 240); }},
+      {"JVM", 2, 60, 1400,
        [&](double t) { return 1.2e5 + 1.5e5 * settles(t, 120) + 1.8e3 * std::fmod(t, 45); },
-       [](double t) { return 18 + std::min(14.0, t / 5); },
-       {}},  // JVM
+       [](double t) { return 18 + std::min(14.0, t / 5); }},
   };
   Court court;
   court.sample.open_files_limit = 1024;
@@ -180,7 +169,7 @@ TEST(Judge, LeavesHonestWorkAlone) {
     for (const auto& row : rows) {
       for (int i = 0; i < row.count; ++i) {
         const double t = now - i * row.every;
-        const auto at = [t](const auto& level, double other) {
+        const auto at = [t](const Level& level, double other) {
           return static_cast<int64_t>(level ? level(t) : other);
         };
         ++court.sample.pid;
@@ -461,67 +450,37 @@ TEST(Floors, CodesKeepCountsApart) {
 
 // --- What is read.
 
-// Reads `text` in pieces of `piece` bytes: a row as "name time pid resident", or "line: problem".
-std::vector<std::string> rows_of(const std::string& text, size_t piece) {
+// Reads `text` in pieces of `piece` bytes: rows as "name time pid resident", or "line: problem",
+// with
+// "; " between them.
+std::string rows_of(const std::string& text, size_t piece) {
   size_t at = 0;
   host::SampleReader reader([&](char* buffer, size_t size) {
     const size_t got = text.copy(buffer, std::min(size, piece), at);
     at += got;
     return got;
   });
-  std::vector<std::string> rows;
-  if (!reader.begin()) return {"0: " + reader.problem()};
+  if (!reader.begin()) return "0: " + reader.problem();
+  std::ostringstream rows;
   for (judge::Sample s; reader.next(&s);) {
-    std::ostringstream row;
+    rows << (rows.tellp() > 0 ? "; " : "");
     if (reader.problem().empty()) {
-      row << s.name << ' ' << s.time << ' ' << s.pid << ' ' << s.resident_kb;
+      rows << s.name << ' ' << s.time << ' ' << s.pid << ' ' << s.resident_kb;
     } else {
-      row << reader.line() << ": " << reader.problem();
+      rows << reader.line() << ": " << reader.problem();
     }
-    rows.push_back(row.str());
   }
-  return rows;
+  return rows.str();
 }
 
-TEST(SampleReader, TakesWhatItShould) {
+// The rows of sample_rows.txt.
+TEST(SampleReader, TakesWhatItsTableHas) {
   const std::string header = "time,pid,start,name,resident_kb,threads,open_files\n";
-  const std::string bad_number = "resident_kb is not a number from 0 on: ";
-  const std::string big(70000, 'n');
-  const struct {
-    std::string text;
-    std::vector<std::string> rows;
-  } rows[] = {
-      {"", {"0: there is no header"}},
-      {"time,pid,name,start,resident_kb,threads", {"0: there is no column open_files"}},
-      {"time,time,pid,name,start,resident_kb,threads,open_files",
-       {"0: there are two columns time"}},
-      {header, {}},
-      {"\xEF\xBB\xBF" + header + "1,2,3,n,4,5,6", {"n 1 2 4"}},
-      {"x,open_files,threads,resident_kb,name,start,pid,time\r\n,6,5,4,n,3,2,1.5\r\n\r\n",
-       {"n 1.5 2 4"}},
-      {header + "1,2,,,,,\n", {" 1 2 -1"}},
-      {header + "1,2,3,\"a,\"\"b\"\"\r\n\",4,5,6\n2,2,3,a\"b,4,5,6\n",
-       {"a,\"b\"\r\n 1 2 4", "a\"b 2 2 4"}},
-      {header + "1,2,3,\"a\nb\",4,5\n2,2,3,n,4.9,5,6", {"2: it has 6 cells, not 7", "n 2 2 4"}},
-      {header + "1,2,3,\"a\"b,4,5,6\n2,2,3,n,4,5,6\n",
-       {"2: there is text behind a closing quote", "n 2 2 4"}},
-      {header + "1,2,3,\"a,4,5,6\n2,2,3,n,4,5,6\n",
-       {"2: it is longer than 65536 bytes, or a quote is not closed", "n 2 2 4"}},
-      {header + "1,2,3," + big + ",4,5,6\n2,2,3,n,4,5,6\n",
-       {"2: it is longer than 65536 bytes, or a quote is not closed", "n 2 2 4"}},
-      {header +
-           "1,2,3,n,-1,5,6\n1,2,3,n,4x,5,6\n1,2,3,n,99999999999999999999,5,6\n1,2,3,n,\x1b,5,6\n",
-       {"2: " + bad_number + "\"-1\"", "3: " + bad_number + "\"4x\"",
-        "4: " + bad_number + "\"99999999999999999999\"", "5: " + bad_number + "\"\\x1B\""}},
-      {header + "5,2,3,n,4,5,6\n4,2,3,n,4,5,6\n5,2,3,n,4,5,6\n",
-       {"n 5 2 4", "3: time is earlier than in the row before: \"4\"", "n 5 2 4"}},
-      {header + "nan,2,3,n,4,5,6\n,2,3,n,4,5,6\n1,0,3,n,4,5,6\n1,2147483648,3,n,4,5,6\n",
-       {"2: time is not a number: \"nan\"", "3: time is not a number: \"\"",
-        "4: pid is not a process id: \"0\"", "5: pid is not a process id: \"2147483648\""}},
-  };
+  const auto rows = row_file(TASKWARDEN_ROWS);
+  EXPECT_EQ(rows.size(), 18U);
   for (const auto& row : rows) {
-    for (const size_t piece : {1U, 7U, 100000U})
-      EXPECT_EQ(rows_of(row.text, piece), row.rows) << row.text;
+    const std::string text = row[0].starts_with("H ") ? header + row[0].substr(2) : row[0];
+    for (const size_t piece : {1U, 7U, 100000U}) EXPECT_EQ(rows_of(text, piece), row[1]) << text;
   }
 }
 

@@ -12,14 +12,12 @@
 #include <stdexcept>
 #include <thread>
 
-#include <android-base/stringprintf.h>
 #include "audit/poll.h"
 #include "inspect/start_time.h"
 #include "inspect/system/meminfo.h"
 #include "interest/interest_list.h"
 #include "proctable/inspection.h"
 #include "proctable/scan.h"
-#include "proctable/table_view.h"
 #include "support/captured_output.h"
 #include "support/child.h"
 #include "support/fake_clock.h"
@@ -31,7 +29,6 @@
 
 namespace {
 
-using android::base::StringPrintf;
 using Texts = std::vector<std::string>;
 
 // Takes every event while it lives, and holds what it was told against the log.
@@ -246,84 +243,4 @@ TEST(Observer, CanBeAloneTakenOutAndThrow) {
   EXPECT_EQ(calls, 2);
   EXPECT_EQ(output.log(),
             "taskwarden event|>> an observer threw an exception and is taken out!!\n");
-}
-
-TEST(TableView, KnowsWhatWasReadAndWhatWasNot) {
-  interest_builtin_add("closer");
-  MadeTree tree;
-  tw_process_list* list = fresh_table();
-  FakeClock clock;
-  CapturedOutput output;
-  std::string shown;
-  const auto show = [](void* to, const taskwarden_table* table) {
-    auto& text = *static_cast<std::string*>(to);
-    taskwarden_process row = {};
-    for (row.size = sizeof(row); taskwarden_next_process(table, &row) == 1;) {
-      text +=
-          StringPrintf("%s %x %d%c%d %d/%d %jd<%jd k%jd %d%d%d %jd\n", text_of(row.name).c_str(),
-                       row.known, row.parent, row.state ? row.state : '-', row.threads,
-                       row.open_files, row.descriptor_table, intmax_t(row.resident_kb),
-                       intmax_t(row.peak_kb), intmax_t(row.kgsl_kb), row.is_watched,
-                       row.is_interesting, row.is_kernel_task, intmax_t(row.start_time));
-    }
-    text += StringPrintf("%u processes, %u unreadable, pass %u.%u%s\n", table->processes,
-                         table->unreadable, table->pass, table->slice,
-                         table->is_complete ? " complete" : "");
-    taskwarden_process part = {};
-    part.size = offsetof(taskwarden_process, known);
-    EXPECT_EQ(taskwarden_next_process(table, &part), table->processes > 0);
-    EXPECT_TRUE(part.known == 0 && part.size == offsetof(taskwarden_process, known));
-    part.size = offsetof(taskwarden_process, known) - 1;
-    EXPECT_EQ(taskwarden_next_process(table, &part), 0);
-    part.size = sizeof(part);
-    part.pid = 299;
-    EXPECT_EQ(taskwarden_next_process(table, &part), 0);
-  };
-  ASSERT_EQ(taskwarden_observe_table(show, &shown, TASKWARDEN_EVERY_PASS), 0);
-  const auto passed = [&] {
-    pass(clock, list);
-    tw_show_table_after_slice(list, {9, 2, 5, 1, true});
-    return std::exchange(shown, {});
-  };
-  tree.put({.pid = 300, .name = "closer", .rss = 7, .hwm = 8});
-  tree.write("300/maps", "0-4000 rw-p 0 0:0 0 /dev/kgsl\n");
-  tree.write("300/stat", "300 () S 1 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 42");
-  EXPECT_EQ(
-      passed(),
-      "closer#300 2ff 1000S1 3/64 7<8 k0 010 42\n1 processes, 0 unreadable, pass 9.2 complete\n");
-  EXPECT_EQ(
-      passed(),
-      "closer#300 3ff 1000S1 3/64 7<8 k16 110 42\n1 processes, 0 unreadable, pass 9.2 complete\n");
-  // What cannot be read is not told from an earlier visit.
-  tree.write("300/status", "Name:\tcloser\nState:\tD\nPid:\t300\nPPid:\t1000\nVmRSS:\t9\n");
-  tree.remove("300/fd");
-  tree.remove("300/maps");
-  EXPECT_EQ(
-      passed(),
-      "closer#300 227 1000D0 0/0 9<0 k0 110 42\n1 processes, 1 unreadable, pass 9.2 complete\n");
-  tree.write("300/status", "Name:\tother\nState:\tD\nPid:\t301\n");
-  EXPECT_EQ(passed().substr(0, 35), "other#300 200 0-0 0/0 0<0 k0 000 42");
-  // A kernel task has no memory, and its descriptors are not looked at.
-  tree.put({.pid = 300, .name = "kworker", .ppid = 2, .fds = 9});
-  tree.write("300/status",
-             "Name:\tkworker\nState:\tI\nPid:\t300\nPPid:\t2\nFDSize:\t64\nThreads:\t1\n");
-  tree.write("300/stat", "300 () S 1 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 43");
-  EXPECT_EQ(passed().substr(0, 38), "kworker#300 24f 2I1 0/64 0<0 k0 001 43");
-  tree.remove(300);
-  EXPECT_EQ(passed(), "0 processes, 0 unreadable, pass 9.2 complete\n");
-  taskwarden_observe_table(nullptr, nullptr, 0);
-}
-
-TEST(StartTime, IsFieldTwentyTwoWhateverTheName) {
-  const std::string fields = " S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 -1 ";
-  const std::pair<std::string, uint64_t> rows[] = {
-      {"1 (a)" + fields + "99 5 6\n", 99},
-      {"1 (a) S (b))" + fields + "99", 99},
-      {"1 ()" + fields + "18446744073709551615 ", 18446744073709551615U},
-      {"1 (a)" + fields + "-1", 0},
-      {"1 (a" + fields + "99", 0},
-      {"1 (a)" + fields, 0},
-      {"", 0},
-      {")", 0}};
-  for (const auto& [text, ticks] : rows) EXPECT_EQ(tw_parse_start_time(text), ticks) << text;
 }

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <filesystem>
 
-#include "inspect/maps.h"
 #include "inspect/open_files.h"
 #include "inspect/parse_pair.h"
 #include "inspect/system/meminfo.h"

@@ -15,8 +15,8 @@
 #include "audit/process_collector.h"
 #include "inspect/maps.h"
 #include "inspect/open_files.h"
-#include "inspect/parse_pair.h"
 #include "inspect/smaps.h"
+#include "inspect/start_time.h"
 #include "inspect/status.h"
 #include "inspect/system/meminfo.h"
 #include "inspect/system/slabinfo.h"
@@ -29,9 +29,12 @@
 #include "proctable/inspection.h"
 #include "proctable/scan.h"
 #include "proctable/suspicious_dump.h"
+#include "proctable/table_view.h"
 #include "proctable/zygote.h"
 #include "support/row_file.h"
+#include "support/telling.h"
 #include "support/world.h"
+#include "taskwarden/observers.h"
 #include "taskwarden/taskwarden.h"
 
 // The build routes the library's calls through here.
@@ -94,6 +97,32 @@ class Line {
   const std::string line_;
   std::vector<std::string> words_;
 };
+
+// All rows of a table, at the end of the text that `to` is.
+void show_table(void* to, const taskwarden_table* table) {
+  auto& text = *static_cast<std::string*>(to);
+  taskwarden_process row = {};
+  for (row.size = sizeof(row); taskwarden_next_process(table, &row) == 1;) {
+    text += StringPrintf("%s %x %d%c%d %d/%d %jd<%jd k%jd %d%d%d %jd\n", text_of(row.name).c_str(),
+                         row.known, row.parent, row.state ? row.state : '-', row.threads,
+                         row.open_files, row.descriptor_table, intmax_t(row.resident_kb),
+                         intmax_t(row.peak_kb), intmax_t(row.kgsl_kb), row.is_watched,
+                         row.is_interesting, row.is_kernel_task, intmax_t(row.start_time));
+  }
+  text += StringPrintf("%u processes, %u unreadable, pass %u.%u%s\n", table->processes,
+                       table->unreadable, table->pass, table->slice,
+                       table->is_complete ? " complete" : "");
+  // A host that knows fewer members, too few, and one that begins behind all.
+  taskwarden_process part = {};
+  part.size = offsetof(taskwarden_process, known);
+  EXPECT_EQ(taskwarden_next_process(table, &part), table->processes > 0);
+  EXPECT_TRUE(part.known == 0 && part.size == offsetof(taskwarden_process, known));
+  part.size = offsetof(taskwarden_process, known) - 1;
+  EXPECT_EQ(taskwarden_next_process(table, &part), 0);
+  part.size = sizeof(part);
+  part.pid = 400;
+  EXPECT_EQ(taskwarden_next_process(table, &part), 0);
+}
 
 class Scene : public testing::TestWithParam<std::string> {
  protected:
@@ -281,6 +310,14 @@ class Scene : public testing::TestWithParam<std::string> {
          EXPECT_EQ(std::exchange(cursor_, nullptr), &w[0]);
        }},
       {"row", [&](L l) { say(w.row(static_cast<uint32_t>(l.pid())) + "\n"); }},
+      {"watched",
+       [&](L) {
+         EXPECT_EQ(taskwarden_observe_table(show_table, &said_, TASKWARDEN_EVERY_PASS), 0);
+         said_ += w.pass(3000);
+         tw_show_table_after_slice(w.list, {9, 2, 5, 1, true});
+         taskwarden_observe_table(nullptr, nullptr, 0);
+       }},
+      {"start", [&](L l) { say(std::to_string(tw_parse_start_time(l.text(1))) + "\n"); }},
       {"counts",
        [&](L) {
          say(StringPrintf("%u native, %u runtime, %u kernel\n", w.list->native_count,
@@ -366,7 +403,7 @@ TEST_P(Scene, ComesOutAsWritten) {
 INSTANTIATE_TEST_SUITE_P(All, Scene,
                          testing::Values("closer", "cycle", "events", "handler", "inventories",
                                          "listings", "maps", "meminfo", "pass", "ranking", "scan",
-                                         "slabinfo", "slices", "status"),
+                                         "slabinfo", "slices", "status", "table"),
                          [](const auto& name) { return name.param; });
 
 }  // namespace
