@@ -1,12 +1,15 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sched.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <system_error>
@@ -23,6 +26,10 @@ constexpr int kThreads = 10;
 constexpr int kDescriptors = 30;
 // More than fit the table of 256 that a process begins with, or may inherit.
 constexpr int kManyFiles = 270;
+
+// A steady leak: so many files, one every so often.
+constexpr rlim_t kLeakLimit = 1024;
+constexpr int kLeakMs = 1200;
 
 [[noreturn]] void fail(const char* what) {
   throw std::system_error(errno, std::generic_category(), what);
@@ -87,6 +94,21 @@ unique_fd shared_file() {
   return unique_fd(::open("/dev/shm", O_RDWR | O_TMPFILE | O_CLOEXEC, 0600));
 }
 
+// Until the files that we may open are nearly used up, or the orders end.
+void leak_steadily() {
+  rlimit limit = {};
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = std::min(limit.rlim_max, kLeakLimit);
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  pollfd orders = {STDIN_FILENO, POLLIN, 0};
+  for (rlim_t left = limit.rlim_cur - limit.rlim_cur / 50; left > 0; --left) {
+    if (::poll(&orders, 1, kLeakMs) != 0) {
+      return;
+    }
+    leak_descriptors("files", 1);
+  }
+}
+
 void leak_as_told(const std::string& kind) {
   const unique_fd file = kind == "shared" ? shared_file() : unique_fd();
   if (kind == "shared") {
@@ -97,7 +119,9 @@ void leak_as_told(const std::string& kind) {
   }
   char byte = 0;
   for (int round = 1; ::read(STDIN_FILENO, &byte, 1) == 1; ++round) {
-    if (kind == "threads") {
+    if (kind == "leak") {
+      leak_steadily();
+    } else if (kind == "threads") {
       leak_threads(round * kThreads);
     } else if (kind == "memory") {
       leak_memory(-1, 0);

@@ -41,19 +41,24 @@ releases all of it, however it ends.
                           (division ASHMEM), otherwise in /dev/shm (division DEVNODE)
   rename                  the child becomes another program, which has a new baseline, then opens
                           descriptors
+  leak                    only if it is named: a file every 1.2 seconds, of the 1024 that the child
+                          may open, until a verdict is due. Takes 18 minutes
 
 With thousands of processes each round of a watch takes longer, above all the first. Then start the
 watch well before the demonstration, or use a larger --pace.
 
 Exit status: 0 at the end or when stopped by a signal, 1 on failure, 2 on wrong usage.
 
-Example: taskwarden demo --only threads)";
+Examples: taskwarden demo --only threads
+          taskwarden demo --only leak)";
 
 constexpr int kHour = 3600;  // seconds
 
 // A baseline takes being found, 3 seconds of the same name, and the visit after that; visits are 2
 // seconds apart, on a busy machine 4.
 constexpr std::chrono::seconds kSettle{12};
+// How long a steady leak goes on, which is until nearly all is used.
+constexpr std::chrono::minutes kSteady{18};
 // From the last leak to the end.
 constexpr std::chrono::seconds kLastVisit{8};
 // The watch passes over lower pids.
@@ -63,6 +68,7 @@ struct Kind {
   const char* name;
   const char* first;  // what a child does in the first round, and what follows
   const char* second;
+  bool is_steady = false;  // the first round goes on, and is done only if asked for
 };
 
 constexpr Kind kKinds[] = {
@@ -83,6 +89,10 @@ constexpr Kind kKinds[] = {
      "shares 24 MiB more; expect Event_ResidentSize with what grew, and a record"},
     {"rename", "becomes another program, demo-renamed; expect no event, but a new baseline",
      "opens 30 files; expect Event_OpenFileAmount under the new name"},
+    {"leak",
+     "opens a file every 1.2 s, of 1024 that it may; expect the verdict that it is running out of "
+     "open files, after about 15 minutes",
+     "", true},
 };
 
 class Child {
@@ -116,6 +126,7 @@ class Child {
   Child& operator=(Child&&) = delete;
 
   pid_t pid() const { return pid_; }
+  bool is_steady() const { return kind_.is_steady; }
 
   // In the round given, 0 or 1.
   void leak(int round) {
@@ -181,18 +192,23 @@ End wait_until(Clock::time_point when) {
 
 End leak_in_turn(std::vector<Child>& children, std::chrono::seconds pace) {
   Clock::time_point next = Clock::now() + kSettle;
+  Clock::time_point end_of_steady{};
   for (const int round : {0, 1}) {
     const Clock::time_point settled = next + kSettle;
     for (Child& child : children) {
+      if (child.is_steady() && round > 0) {
+        continue;
+      }
       if (const End end = wait_until(next); end != End::kNone) {
         return end;
       }
       child.leak(round);
+      end_of_steady = child.is_steady() ? next + kSteady : end_of_steady;
       next += pace;
     }
     next = std::max(next, settled);
   }
-  return wait_until(Clock::now() + kLastVisit);
+  return wait_until(std::max(end_of_steady, Clock::now() + kLastVisit));
 }
 
 struct Options {
@@ -213,14 +229,18 @@ int run(const Options& options) {
   std::vector<Child> children;
   for (const Kind& kind : kKinds) {
     const auto& only = options.kinds;
-    if (only.empty() || std::find(only.begin(), only.end(), kind.name) != only.end()) {
+    if ((only.empty() && !kind.is_steady) ||
+        std::find(only.begin(), only.end(), kind.name) != only.end()) {
       children.emplace_back(kind);
     }
   }
   // A stalled output must not keep the signals waiting.
   queue_output();
   say("demo: started " + std::to_string(children.size()) +
-      " children; they leak in turn, twice each, from " + std::to_string(kSettle.count()) +
+      (children.size() == 1 && children.front().is_steady()
+           ? " child; it leaks for " + std::to_string(kSteady.count()) + " minutes, from "
+           : " children; they leak in turn, twice each, from ") +
+      std::to_string(kSettle.count()) +
       " seconds on; start \"taskwarden watch\" in another terminal before that");
   const End end = leak_in_turn(children, std::chrono::seconds(options.pace));
   if (end == End::kNone) {
