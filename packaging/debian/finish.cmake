@@ -13,3 +13,9 @@ foreach(package libtaskwarden1 libtaskwarden-dev taskwarden)
   execute_process(COMMAND ${GZIP} -9n ${share}/doc/${package}/changelog ${pages}
                   COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
+# The static library has no package of debug symbols. Its members bear no times.
+find_program(STRIP strip REQUIRED)
+file(GLOB_RECURSE archives
+     ${CPACK_TEMPORARY_DIRECTORY}/libtaskwarden-dev${CPACK_PACKAGING_INSTALL_PREFIX}/*.a)
+execute_process(COMMAND ${STRIP} --strip-debug --enable-deterministic-archives ${archives}
+                COMMAND_ERROR_IS_FATAL ANY)
