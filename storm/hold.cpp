@@ -15,8 +15,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 
 #include "host/common/record_server.h"
@@ -63,6 +65,9 @@ class Watch {
     require(bind(notices_.get(), reinterpret_cast<sockaddr*>(&address),
                  static_cast<socklen_t>(size)) == 0,
             "bind");
+    require(mkdtemp(folder_) != nullptr, "mkdtemp");
+    setenv("STATE_DIRECTORY", folder_, 1);
+    setenv("RUNTIME_DIRECTORY", folder_, 1);
     setenv("NOTIFY_SOCKET", kNotifySocket, 1);
     setenv("WATCHDOG_USEC", "2000000", 1);
     output_.reset(ends[0]);
@@ -81,6 +86,8 @@ class Watch {
   ~Watch() {
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
+    std::error_code error;
+    std::filesystem::remove_all(folder_, error);
   }
   Watch& operator=(Watch&&) = delete;  // nor any copy
 
@@ -140,6 +147,7 @@ class Watch {
   unique_fd output_;
   unique_fd notices_{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
   pid_t pid_ = -1;
+  char folder_[32] = "/tmp/taskwarden-storm-XXXXXX";  // for what it keeps and offers
   std::string said_;
 };
 

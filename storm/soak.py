@@ -338,7 +338,8 @@ def soak(judge, folder):
         watch = ends.enter_context(running(
             [WATCH, "watch", "--no-service", "--interest", "leak-mapped"],
             stdout=ends.enter_context(open(report, "wb")),
-            stderr=ends.enter_context(open(log, "wb"))))
+            stderr=ends.enter_context(open(log, "wb")),
+            env=os.environ | {"STATE_DIRECTORY": folder, "RUNTIME_DIRECTORY": folder}))
         programs = {"watch": watch, "listen": listener}
         quiet.add(listener.pid)
         time.sleep(WARM_UP_S)
