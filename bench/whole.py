@@ -83,7 +83,8 @@ def resident_kb(pid):
 
 def steady(count):
     """Both kinds of visit side by side, so that they meet the same machine."""
-    kinds = {"watch": [], "watch --every-visit": ["--every-visit"]}
+    kinds = {"watch": [], "watch --every-visit": ["--every-visit"],
+             "watch --no-judge --no-feed": ["--no-judge", "--no-feed"]}
     with contextlib.ExitStack() as ends:
         ends.enter_context(population(count))
         children = {kind: ends.enter_context(watch(*options)) for kind, options in kinds.items()}

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
 
@@ -20,6 +21,7 @@
 #include "host/watch/carried_state.h"
 #include "host/watch/hold_detector.h"
 #include "host/watch/process_identity.h"
+#include "host/watch/resident_code.h"
 #include "host/watch/service_notify.h"
 #include "host/watch/sparing.h"
 #include "support/child.h"
@@ -391,6 +393,17 @@ TEST(ServiceNotify, TellsOfProgressAlone) {
   for (const char* variable : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID"}) {
     unsetenv(variable);
   }
+}
+
+TEST(OwnProcess, GivesBackWhatOnlyItsStartNeeded) {
+  const auto file_pages = [] {
+    long size = 0, resident = 0, of_files = 0;
+    std::ifstream("/proc/self/statm") >> size >> resident >> of_files;
+    return of_files;
+  };
+  const long before = file_pages();
+  give_back_code();
+  EXPECT_LT(file_pages(), before * 3 / 4);
 }
 
 }  // namespace

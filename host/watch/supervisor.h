@@ -1,6 +1,7 @@
 // Looks at the cycle from another thread, once a second. A cycle that waits for a file of a
 // process's memory is freed: the program begins anew in its own place, and leaves that memory
-// alone. Tells the service manager, and tries from time to time whether spared processes answer.
+// alone. Tells the service manager, tries from time to time whether spared processes answer, and
+// gives back what only the start needed.
 #ifndef HOST_WATCH_SUPERVISOR_H_
 #define HOST_WATCH_SUPERVISOR_H_
 
@@ -54,6 +55,7 @@ class Supervisor {
   HoldDetector detector_;
   ServiceNotify notify_;
   int64_t looked_ms_ = 0;
+  bool has_started_ = false;
 };
 
 }  // namespace host
