@@ -248,8 +248,8 @@ int run(Options options) {
   options.explain.proc_root = options.proc_root;
   options.log.explainer = start_explaining(options.explain);
   // Never destroyed: the threads that use it run until the process ends.
-  const auto* const filter = new PrintFilter(options.filter, options.proc_root);
-  options.log.filter = filter->is_set() ? filter : nullptr;
+  static const auto& filter = *new PrintFilter(options.filter, options.proc_root);
+  options.log.filter = filter.is_set() ? &filter : nullptr;
   start_log(options.log);
   const CarriedState carried = resume();
   RecordServer* const server = options.no_service ? nullptr : answer_records(carried);
