@@ -55,7 +55,7 @@ std::vector<Line> parse_config(const std::string& path, std::string_view text) {
     if (line.empty() || line.starts_with('#')) {
       return;
     }
-    const auto is_control = [](char c) { return c != '\t' && c >= 0 && c < ' '; };
+    const auto is_control = [](char c) { return c != '\t' && static_cast<unsigned char>(c) < ' '; };
     if (std::any_of(line.begin(), line.end(), is_control)) {
       throw wrong(path, number, "control characters cannot be given here");
     }
