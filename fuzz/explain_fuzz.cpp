@@ -28,7 +28,8 @@ static void check(const host::Holdings& held, Part part) {
   look.of(part).holdings = look.of(Part::kFolders).holdings = held;
   require(host::grown_rows(held, held, look, part, 9).rows.empty());
   for (const std::string& line : host::row_lines(look, part, host::held_rows(look, part, 9))) {
-    require(std::none_of(line.begin(), line.end(), [](char c) { return c >= 0 && c < ' '; }));
+    require(std::none_of(line.begin(), line.end(),
+                         [](char c) { return static_cast<unsigned char>(c) < ' '; }));
   }
 }
 
