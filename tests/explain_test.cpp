@@ -168,7 +168,7 @@ std::string explained(host::Explanations& explanations, const Child& child, Part
   return joined(explanations.explain({.pid = child.pid(), .name = "n", .part = part}).lines());
 }
 
-TEST(Explain, TellsWhatGrewInARealProcess) {
+TEST(OwnProcess, IsNamedAsTheParentOfWhatGrew) {
   Child child("odd\xff\x1b\\name");
   host::Explanations explanations({.patience = 60s});
   const std::pair<Part, std::pair<const char*, const char*>> rows[] = {

@@ -378,7 +378,7 @@ TEST_F(KeptVisits, EveryPassIsFollowedByARest) {
   EXPECT_EQ(w.clock.rests_ms, std::vector<int64_t>{1999});
 }
 
-TEST(BothVisits, FindTheSame) {
+TEST(OwnProcess, ForkedWatchesOfBothVisitsFindTheSame) {
   BothVisits both(1);
   const auto begin = std::chrono::steady_clock::now();
   // Slow machines and sanitizers take more turns of 3 s to the first event.
