@@ -77,6 +77,15 @@ class KeptVisits : public testing::Test {
     return *tw_process_note_of(w.list, static_cast<uint32_t>(pid));
   }
   tw_process_entry& entry(pid_t pid) { return w[static_cast<size_t>(pid)]; }
+  // The pid of a child of it, once a pass has met it.
+  pid_t child_of(pid_t parent) {
+    w.pass();
+    pid_t child = 0;
+    for (const uint32_t pid : linked_pids(w.list)) {
+      if (w[pid].desc.ppid == parent) child = static_cast<pid_t>(pid);
+    }
+    return child;
+  }
   // Waits until it has stopped running.
   static void settle(pid_t pid) {
     uint64_t before = 0, now = 0;
@@ -216,11 +225,7 @@ TEST_F(KeptVisits, ANewParentIsSeen) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     Child parent("a");
     parent.command("fork 1");
-    pid_t pid = 0;
-    w.pass();
-    for (const uint32_t found : linked_pids(w.list)) {
-      if (w[found].desc.ppid == parent.pid()) pid = static_cast<pid_t>(found);
-    }
+    const pid_t pid = child_of(parent.pid());
     watch(pid);
     parent.end();
     w.pass(), w.pass();
@@ -239,11 +244,7 @@ TEST_F(KeptVisits, WhoSharesIsRead) {
     }
     Child parent("a");
     parent.command("share 1");
-    pid_t pid = 0;
-    w.pass();
-    for (const uint32_t found : linked_pids(w.list)) {
-      if (w[found].desc.ppid == parent.pid()) pid = static_cast<pid_t>(found);
-    }
+    const pid_t pid = child_of(parent.pid());
     watch(parent.pid()), watch(pid);
     EXPECT_TRUE(reads(pid) && reads(pid) && reads(parent.pid()) && reads(parent.pid()));
     const int before = entry(pid).desc.open_files;

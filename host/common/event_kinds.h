@@ -24,6 +24,11 @@ inline bool is_logged(const taskwarden_event_kind& kind) {
   return kind.about != TASKWARDEN_ABOUT_PROCESS || *kind.unit != '\0';
 }
 
+// Whether they tell of ranks: these are the only ones of the system that measure nothing.
+inline bool is_ranking(const taskwarden_event_kind& kind) {
+  return kind.about != TASKWARDEN_ABOUT_PROCESS && *kind.unit == '\0';
+}
+
 }  // namespace host
 
 #endif  // HOST_COMMON_EVENT_KINDS_H_

@@ -1,5 +1,5 @@
-// Which processes the watch prints something about. What it sends, feeds, records and learns is not
-// its matter.
+// Which processes the watch prints something about. What it sends, feeds, records and learns stays
+// whole.
 #ifndef HOST_WATCH_PRINT_FILTER_H_
 #define HOST_WATCH_PRINT_FILTER_H_
 

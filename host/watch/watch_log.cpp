@@ -205,8 +205,7 @@ bool is_shown(const taskwarden_event& event) {
   if (event.kind->about == TASKWARDEN_ABOUT_PROCESS) {
     return filter->shows({{event.process.data, event.process.length}, event.pid, event.start_time});
   }
-  const bool is_ranking = *event.kind->unit == '\0';
-  return !is_ranking || filter->shows_rankings();
+  return !is_ranking(*event.kind) || filter->shows_rankings();
 }
 
 // The pids of other senders may be of another pid namespace.
